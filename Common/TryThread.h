@@ -1,0 +1,29 @@
+#pragma once
+
+#include "vrfetcher_export.h"
+
+#include <QThread>
+
+namespace Veloran {
+
+// A thread whose body (tryRun) may throw: the exception is caught in the thread,
+// reported through exceptionThrowOut() and goes no further.
+class VRFETCHER_EXPORT TryThread : public QThread
+{
+    Q_OBJECT
+public:
+    using QThread::QThread;
+
+    bool isFinishedSuccess() const { return finishedSuccess; }
+
+Q_SIGNALS:
+    void exceptionThrowOut();
+
+protected:
+    void run() final;
+    virtual void tryRun() = 0;
+
+    bool finishedSuccess = false;
+};
+
+} // namespace Veloran

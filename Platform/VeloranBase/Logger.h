@@ -1,0 +1,31 @@
+#pragma once
+
+#include "Record.h"
+#include "vrbase_export.h"
+
+#include <QMutex>
+
+#include <functional>
+
+namespace Veloran {
+
+// Takes finished records. By default each becomes one line on stderr; a host
+// (or a test) may install its own sink. Thread-safe: pickers log from pool threads.
+class VRBASE_EXPORT Logger
+{
+public:
+    using Sink = std::function<void(const Record &)>;
+
+    void write(const Record &record);
+
+    // Replaces the sink and returns the previous one; an empty sink restores stderr.
+    Sink setSink(Sink sink);
+
+    static void writeToStderr(const Record &record);
+
+private:
+    QMutex mMutex;
+    Sink mSink;
+};
+
+} // namespace Veloran

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "vrbase_export.h"
+
+#include <QMap>
+#include <QMutex>
+#include <QString>
+#include <QVariant>
+
+namespace Veloran {
+
+// Process-wide settings shared by the editor's libraries (for example
+// "kVob_DeMux_Enabled"). Readers on pool threads and a writer on the main thread
+// may meet, so every access takes the lock; an absent key reads as an invalid value.
+class VRBASE_EXPORT PropertyMap
+{
+public:
+    QVariant value(const QString &key) const;
+    void setValue(const QString &key, const QVariant &value);
+    void remove(const QString &key);
+    QMap<QString, QVariant> snapshot() const;
+
+private:
+    mutable QMutex mMutex;
+    QMap<QString, QVariant> mValues;
+};
+
+} // namespace Veloran

@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs the whole test suite through ctest:
+#   1. a Debug build (thread assertions on),
+#   2. the same suite under AddressSanitizer + UndefinedBehaviorSanitizer,
+#   3. the scheduler tests (label "threads") under ThreadSanitizer.
+# Test media is generated once into build/test-media and shared by the three builds.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/install-deps.sh
+
+jobs=$(nproc)
+media="$PWD/build/test-media"
+
+configure_and_build() { # <dir> [cmake options...]
+  local dir=$1; shift
+  cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVR_TEST_MEDIA_DIR="$media" "$@" >/dev/null
+  cmake --build "$dir" -j "$jobs"
+}
+
+echo "== Debug build and tests"
+configure_and_build build/debug
+ctest --test-dir build/debug --output-on-failure -j "$jobs"
+
+echo "== AddressSanitizer + UndefinedBehaviorSanitizer"
+configure_and_build build/asan -DVR_SANITIZE="address;undefined" -DVR_BUILD_EXAMPLES=OFF
+ctest --test-dir build/asan --output-on-failure -j "$jobs" -LE no-asan
+
+echo "== ThreadSanitizer (threading tests)"
+configure_and_build build/tsan -DVR_SANITIZE=thread -DVR_BUILD_EXAMPLES=OFF
+TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
+  ctest --test-dir build/tsan --output-on-failure -j "$jobs" -L threads

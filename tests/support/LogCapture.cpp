@@ -1,0 +1,83 @@
+#include "LogCapture.h"
+
+#include "VeloranBaseEntry.h"
+
+#include <QMutexLocker>
+
+namespace {
+LogCapture *gActive = nullptr;
+}
+
+LogCapture::LogCapture()
+{
+    gActive = this;
+    mPreviousSink = Veloran::VeloranBaseEntry()->logger()->setSink([this](const Veloran::Record &record) {
+        QMutexLocker lock(&mMutex);
+        mRecords.append(record);
+    });
+    mPreviousHandler = qInstallMessageHandler(&LogCapture::messageHandler);
+}
+
+LogCapture::~LogCapture()
+{
+    qInstallMessageHandler(mPreviousHandler);
+    Veloran::VeloranBaseEntry()->logger()->setSink(mPreviousSink);
+    gActive = nullptr;
+}
+
+void LogCapture::messageHandler(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    if (LogCapture *capture = gActive) {
+        QMutexLocker lock(&capture->mMutex);
+        capture->mMessages.append(message);
+    }
+    // Fatal messages and test-framework output still go to the default handler.
+    if (type == QtFatalMsg || type == QtCriticalMsg)
+        qt_message_output(type, context, message);
+}
+
+QList<Veloran::Record> LogCapture::records() const
+{
+    QMutexLocker lock(&mMutex);
+    return mRecords;
+}
+
+QStringList LogCapture::recordTexts() const
+{
+    QStringList texts;
+    for (const Veloran::Record &record : records())
+        texts.append(record.text());
+    return texts;
+}
+
+QStringList LogCapture::messages() const
+{
+    QMutexLocker lock(&mMutex);
+    return mMessages;
+}
+
+bool LogCapture::hasRecord(const QString &text) const
+{
+    return recordTexts().contains(text);
+}
+
+bool LogCapture::hasRecordStartingWith(const QString &prefix) const
+{
+    for (const QString &text : recordTexts()) {
+        if (text.startsWith(prefix))
+            return true;
+    }
+    return false;
+}
+
+bool LogCapture::hasMessage(const QString &text) const
+{
+    return messages().contains(text);
+}
+
+void LogCapture::clear()
+{
+    QMutexLocker lock(&mMutex);
+    mRecords.clear();
+    mMessages.clear();
+}

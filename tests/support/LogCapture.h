@@ -1,0 +1,36 @@
+#pragma once
+
+#include "Record.h"
+
+#include <QMutex>
+#include <QString>
+#include <QStringList>
+#include <QtGlobal>
+
+#include <functional>
+
+// Captures, while alive, every Record handed to the base library's logger and every
+// qDebug/qInfo/qWarning line, so tests can assert on exact texts. Thread-safe.
+class LogCapture
+{
+public:
+    LogCapture();
+    ~LogCapture();
+
+    QList<Veloran::Record> records() const;
+    QStringList recordTexts() const;
+    QStringList messages() const; // qDebug & co., as the message handler got them
+    bool hasRecord(const QString &text) const;            // exact text
+    bool hasRecordStartingWith(const QString &prefix) const;
+    bool hasMessage(const QString &text) const;           // exact text
+    void clear();
+
+private:
+    static void messageHandler(QtMsgType type, const QMessageLogContext &context, const QString &message);
+
+    mutable QMutex mMutex;
+    QList<Veloran::Record> mRecords;
+    QStringList mMessages;
+    std::function<void(const Veloran::Record &)> mPreviousSink;
+    QtMessageHandler mPreviousHandler = nullptr;
+};
