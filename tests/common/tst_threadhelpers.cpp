@@ -249,7 +249,7 @@ private Q_SLOTS:
     void dispatchToMainThreadRunsInTheMainLoopAndFreesItsTimer()
     {
         TimerWatcher watcher;
-        qApp->installEventFilter(&watcher);
+        QCoreApplication::instance()->installEventFilter(&watcher);
         std::atomic<QThread *> ranOn{nullptr};
         std::atomic_int runs{0};
 
@@ -259,7 +259,7 @@ private Q_SLOTS:
         });
         QCOMPARE(runs.load(), 0); // never inside the call, even from the main thread itself
         QTRY_COMPARE_WITH_TIMEOUT(runs.load(), 1, 10000);
-        QCOMPARE(ranOn.load(), qApp->thread());
+        QCOMPARE(ranOn.load(), QCoreApplication::instance()->thread());
 
         // From another thread as well.
         ranOn = nullptr;
@@ -270,12 +270,12 @@ private Q_SLOTS:
             });
         });
         QTRY_COMPARE_WITH_TIMEOUT(runs.load(), 2, 10000);
-        QCOMPARE(ranOn.load(), qApp->thread());
+        QCOMPARE(ranOn.load(), QCoreApplication::instance()->thread());
 
         // Each dispatch used one timer, and each deletes itself after running.
         QCOMPARE(watcher.timers.size(), 2);
         QTRY_VERIFY_WITH_TIMEOUT(watcher.timers.at(0).isNull() && watcher.timers.at(1).isNull(), 10000);
-        qApp->removeEventFilter(&watcher);
+        QCoreApplication::instance()->removeEventFilter(&watcher);
         QCOMPARE(runs.load(), 2); // and runs its function once only
     }
 
