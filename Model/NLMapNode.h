@@ -9,6 +9,7 @@
 #include <QString>
 #include <QVariant>
 #include <QVariantMap>
+#include <QVector>
 
 #include <optional>
 
@@ -93,8 +94,19 @@ private:
     NLMapNode(const QVariantMap &map, const QString &timelineDir);
     friend class NLListNode;
 
+    // The entry of `key` when it holds a valid value, else null.
+    const QVariant *entry(const QString &key) const;
+    // To be called after every change of mProps: refreshes the cached id and drops
+    // the cached child table.
+    void propsChanged();
+    // The child nodes in key order; searches walk this instead of the whole map.
+    const QVector<INode *> &children() const;
+
     QScopedPointer<QVariantMap> mProps;
     QString mTimelineDir;
+    QString mId;
+    mutable QVector<INode *> mChildren;
+    mutable bool mChildrenKnown = false;
 };
 
 } // namespace Veloran
