@@ -83,22 +83,14 @@ QString NLMapNode::tagID() const
 void NLMapNode::propsChanged()
 {
     mId = mProps->value(kIdKey).toString();
-    mChildrenKnown = false;
-}
-
-const QVector<INode *> &NLMapNode::children() const
-{
-    if (!mChildrenKnown) {
-        mChildren.clear();
-        for (auto it = mProps->cbegin(); it != mProps->cend(); ++it) {
-            if (const NLMapNodePtr child = mapChild(it.value()))
-                mChildren.append(child.data());
-            else if (const NLListNodePtr list = listChild(it.value()))
-                mChildren.append(list.data());
-        }
-        mChildrenKnown = true;
+    // Built here rather than on first search, so that reading a tree never writes.
+    mChildren.clear();
+    for (auto it = mProps->cbegin(); it != mProps->cend(); ++it) {
+        if (const NLMapNodePtr child = mapChild(it.value()))
+            mChildren.append(child.data());
+        else if (const NLListNodePtr list = listChild(it.value()))
+            mChildren.append(list.data());
     }
-    return mChildren;
 }
 
 const QVariant *NLMapNode::entry(const QString &key) const
@@ -162,7 +154,7 @@ INode *NLMapNode::findNode(const QString &id, INode **parent)
     *parent = nullptr;
     if (id == mId)
         return this;
-    for (INode *child : children()) {
+    for (INode *child : qAsConst(mChildren)) {
         if (INode *hit = child->findNode(id, parent)) {
             if (!*parent)
                 *parent = this;

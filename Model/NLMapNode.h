@@ -96,17 +96,14 @@ private:
 
     // The entry of `key` when it holds a valid value, else null.
     const QVariant *entry(const QString &key) const;
-    // To be called after every change of mProps: refreshes the cached id and drops
-    // the cached child table.
+    // To be called after every change of mProps: refreshes the cached id and the
+    // child table.
     void propsChanged();
-    // The child nodes in key order; searches walk this instead of the whole map.
-    const QVector<INode *> &children() const;
 
     QScopedPointer<QVariantMap> mProps;
     QString mTimelineDir;
-    QString mId;
-    mutable QVector<INode *> mChildren;
-    mutable bool mChildrenKnown = false;
+    QString mId;                // props["id"] as a string
+    QVector<INode *> mChildren; // child nodes in key order, owned through mProps
 };
 
 } // namespace Veloran
