@@ -90,7 +90,7 @@ private Q_SLOTS:
         QVERIFY(monitor.startMonitoring(url, QStringLiteral("Beacon")));
 
         QTRY_VERIFY_WITH_TIMEOUT(capture.hasMessage(QStringLiteral("replica initialized")), kWaitMs);
-        QVERIFY(capture.hasMessage(QStringLiteral("replicate state changed: Valid")));
+        QTRY_VERIFY_WITH_TIMEOUT(capture.hasMessage(QStringLiteral("replicate state changed: Valid")), kWaitMs);
         // A change to a valid state logs only the state line.
         QCOMPARE(countOf(capture, QStringLiteral("replica disconnectRemoteObject")), 0);
         QCOMPARE(lost.count(), 0);
@@ -133,6 +133,32 @@ private Q_SLOTS:
         QVERIFY(capture.hasMessage(QStringLiteral("replica disconnectRemoteObject")));
     }
 
+    // A well-formed local: or tcp:// address is accepted before anything serves it: the
+    // node keeps trying in the background, so true means "watching", not "host alive".
+    void waitsForAHostThatComesUpLater_data()
+    {
+        QTest::addColumn<QString>("url");
+        QTest::newRow("local") << uniqueLocalUrl("late");
+        const quint16 port = freeLoopbackPort();
+        QVERIFY(port != 0);
+        QTest::newRow("tcp") << QStringLiteral("tcp://127.0.0.1:%1").arg(port);
+    }
+
+    void waitsForAHostThatComesUpLater()
+    {
+        QFETCH(QString, url);
+        LogCapture capture;
+        RemoteObjectMonitor monitor;
+        QSignalSpy lost(&monitor, &RemoteObjectMonitor::disconnectRemoteObject);
+        QVERIFY(monitor.startMonitoring(url, QStringLiteral("Beacon")));
+
+        SourceHost host;
+        QVERIFY(host.start(url, QStringLiteral("Beacon")));
+        QTRY_VERIFY_WITH_TIMEOUT(capture.hasMessage(QStringLiteral("replica initialized")), kWaitMs);
+        QCOMPARE(lost.count(), 0);
+    }
+
+    // Only a URL that no client connection can be made for is refused outright.
     void refusesUrlsNoNodeCanServe()
     {
         LogCapture capture; // keeps Qt's own warnings about the URLs out of the test output
