@@ -13,8 +13,7 @@ RemoteObjectMonitor::RemoteObjectMonitor(QObject *parent)
 {
 }
 
-// The replica goes before its node, and with it the connections into this monitor, so
-// tearing down never reports a disconnect.
+// The replica refers to the node it was acquired from, so it is released first.
 RemoteObjectMonitor::~RemoteObjectMonitor()
 {
     mReplica.reset();
@@ -23,8 +22,7 @@ RemoteObjectMonitor::~RemoteObjectMonitor()
 
 bool RemoteObjectMonitor::startMonitoring(const QString &nodeUrl, const QString &name)
 {
-    // The old replica is released before the node it was acquired from, for the same
-    // reason as in the destructor.
+    // The old replica, and with it the old connections, goes before its node.
     mReplica.reset();
     mNode.reset(new QRemoteObjectNode());
     if (!mNode->connectToNode(QUrl(nodeUrl, QUrl::TolerantMode)))

@@ -133,6 +133,25 @@ private Q_SLOTS:
         QVERIFY(capture.hasMessage(QStringLiteral("replica disconnectRemoteObject")));
     }
 
+    void tearingDownIsNotALoss()
+    {
+        const QString url = uniqueLocalUrl("teardown");
+        SourceHost host;
+        QVERIFY(host.start(url, QStringLiteral("Beacon")));
+
+        LogCapture capture;
+        int losses = 0;
+        QObject owner;
+        auto *monitor = new RemoteObjectMonitor();
+        connect(monitor, &RemoteObjectMonitor::disconnectRemoteObject, &owner, [&losses] { ++losses; });
+        QVERIFY(monitor->startMonitoring(url, QStringLiteral("Beacon")));
+        QTRY_VERIFY_WITH_TIMEOUT(capture.hasMessage(QStringLiteral("replicate state changed: Valid")), kWaitMs);
+
+        delete monitor;
+        QCOMPARE(losses, 0);
+        QVERIFY(!capture.hasMessage(QStringLiteral("replica disconnectRemoteObject")));
+    }
+
     // A well-formed local: or tcp:// address is accepted before anything serves it: the
     // node keeps trying in the background, so true means "watching", not "host alive".
     void waitsForAHostThatComesUpLater_data()
