@@ -46,9 +46,6 @@ public:
     // Speed at source position `pos` of a piece [p, q] whose speed runs from vp to vq
     // linearly in timeline time.
     float calculateSpeed(float vp, float vq, float p, float q, float pos) const;
-
-private:
-    qint64 variableSpeedLength(const QList<QVariantMap> &points) const;
 };
 
 } // namespace Veloran

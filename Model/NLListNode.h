@@ -5,6 +5,7 @@
 
 #include <QList>
 #include <QMetaType>
+#include <QEnableSharedFromThis>
 #include <QSharedPointer>
 #include <QString>
 #include <QVariantList>
@@ -18,7 +19,7 @@ using NLListNodePtr = QSharedPointer<NLListNode>;
 
 // A JSON array of the timeline document; its elements are map nodes. Its id is the
 // id of the map node that holds it, "#" and the key it is stored under.
-class VRFETCHER_EXPORT NLListNode : public INode
+class VRFETCHER_EXPORT NLListNode : public INode, public QEnableSharedFromThis<NLListNode>
 {
 public:
     NLListNode(const QString &id, const QString &timelineDir, const QVariantList &list);
@@ -49,6 +50,7 @@ public:
 
 private:
     void applyEdit(const EditCommand &cmd);
+    friend class NLMapNode;
 
     QString mId;
     QString mTimelineDir;
