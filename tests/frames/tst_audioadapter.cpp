@@ -48,7 +48,8 @@ private Q_SLOTS:
         QVERIFY(!adapter.adapt(frame));
         QCOMPARE(capture.recordTexts(), QStringList("no SwrContext..."));
         QCOMPARE(capture.records().first().sourcePath(), kSourcePath);
-        QVERIFY(capture.records().first().function().contains(QStringLiteral("Veloran::FFAudioAdapter::adapt(")));
+        QCOMPARE(capture.records().first().function(),
+                 QStringLiteral("Veloran::AVFramePtr Veloran::FFAudioAdapter::adapt(Veloran::AVFramePtr)"));
     }
 
     void stereoS16IsResampledToMonoU8()
