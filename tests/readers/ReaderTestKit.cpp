@@ -16,15 +16,18 @@ namespace ReaderTestKit {
 
 int frameNumber(const AVFrame *frame)
 {
-    if (!frame || frame->width < 160 || frame->height < 2 || !frame->data[0])
+    if (!frame || frame->width < 40 || frame->height < 2 || !frame->data[0])
         return -1;
     const AVPixFmtDescriptor *desc = av_pix_fmt_desc_get(AVPixelFormat(frame->format));
-    if (!desc || (desc->flags & AV_PIX_FMT_FLAG_RGB) || !(desc->flags & AV_PIX_FMT_FLAG_PLANAR))
+    if (!desc || desc->comp[0].plane != 0 || desc->comp[0].depth != 8)
         return -1;
-    const uint8_t *row = frame->data[0] + (frame->height / 2) * frame->linesize[0];
+    // The first component (luma, or red) of the middle row, at the centre of
+    // each stripe.
+    const int stripe = frame->width / 10;
+    const uint8_t *row = frame->data[0] + (frame->height / 2) * frame->linesize[0] + desc->comp[0].offset;
     int number = 0;
     for (int bit = 0; bit < 10; ++bit) {
-        if (row[16 * bit + 8] > 128)
+        if (row[(stripe * bit + stripe / 2) * desc->comp[0].step] > 128)
             number |= 1 << bit;
     }
     return number;

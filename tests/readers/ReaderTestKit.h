@@ -8,9 +8,9 @@
 // Helpers for checking decoded frames of the generated readers-* media.
 namespace ReaderTestKit {
 
-// The frame number burned into a numbered test frame (ten stripes of 16 pixels, bit
-// 0 at the left), read from the luma plane of a YUV frame; -1 when the frame is
-// not in a planar YUV format or too small.
+// The frame number burned into a numbered test frame (ten stripes of a tenth of the
+// width each, bit 0 at the left), read from the first component (luma or red) of
+// an 8-bit frame at any scale; -1 for frames it cannot read.
 int frameNumber(const AVFrame *frame);
 
 // Frame times in milliseconds from a list written by ffprobe (the time base on the
