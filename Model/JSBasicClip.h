@@ -20,18 +20,18 @@ public:
     /// A view over `node`; a null node reads every value as absent.
     explicit JSBasicClip(NLMapNodePtr node = NLMapNodePtr());
 
-    QString trackID() const;                 ///< "track_ref"
-    qint64 timelinePos() const;              ///< "timeline_pos", ms
+    QString trackID() const;                  ///< "track_ref"
+    qint64 timelinePos() const;               ///< "timeline_pos", ms
     std::optional<qint64> rangeBegin() const; ///< "range_begin", ms; empty when absent
-    qint64 rangeLength() const;              ///< "range_length", ms
-    double speed() const;                    ///< "speed", 1.0 when absent
-    qint64 originalLength() const;           ///< "original_length", ms
-    QString dirPath() const;                 ///< "dir_path" resolved against the timeline directory
-    QString rccPrefix() const;               ///< "rcc_prefix"
-    QString source() const;                  ///< "source"
-    QString filePath() const;                ///< "file_path" resolved against the timeline directory
-    bool disabled() const;                   ///< "disabled"
-    int streamIndex() const;                 ///< "stream_index"
+    qint64 rangeLength() const;               ///< "range_length", ms
+    double speed() const;                     ///< "speed", 1.0 when absent
+    qint64 originalLength() const;            ///< "original_length", ms
+    QString dirPath() const;                  ///< "dir_path" resolved against the timeline directory
+    QString rccPrefix() const;                ///< "rcc_prefix"
+    QString source() const;                   ///< "source"
+    QString filePath() const;                 ///< "file_path" resolved against the timeline directory
+    bool disabled() const;                    ///< "disabled"
+    int streamIndex() const;                  ///< "stream_index"
     /// The point maps of the "variableSpeed" list; empty for a constant-speed clip.
     QList<QVariantMap> variableSpeed() const;
 

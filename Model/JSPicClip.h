@@ -14,8 +14,8 @@ public:
     /// A view over `node`; a null node reads every value as absent.
     explicit JSPicClip(NLMapNodePtr node = NLMapNodePtr());
 
-    JSNode transform() const; ///< over the "transform" child, a null node when absent
-    float alpha() const;      ///< "alpha", 1.0 when absent
+    JSNode transform() const;          ///< over the "transform" child, a null node when absent
+    float alpha() const;               ///< "alpha", 1.0 when absent
     std::optional<int> zOrder() const; ///< "z_order", empty when absent
 
     /// Sets "zoom" on an existing transform child; never creates one (a clip without

@@ -10,7 +10,7 @@ namespace Veloran {
 /// Plain data, never changed after it is made.
 struct CAudioStreamInfo : public CStreamInfo
 {
-    int sampleFmt = -1; ///< AVSampleFormat
+    int sampleFmt = -1;        ///< AVSampleFormat
     int channels = 0;          ///< channel count
     int sampleRate = 0;        ///< samples per second
     qint64 durationMs = 0;     ///< stream duration; 0 when unknown

@@ -12,8 +12,8 @@ namespace Veloran {
 struct CStreamInfo
 {
     int index = 0;              ///< the stream's index in the container
-    int mediaType = -1; ///< AVMediaType; only the generic factory fills it
-    int codecId = 0;    ///< AVCodecID
+    int mediaType = -1;         ///< AVMediaType; only the generic factory fills it
+    int codecId = 0;            ///< AVCodecID
     AVRational timeBase {0, 0}; ///< the stream's time base
 };
 
