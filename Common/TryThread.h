@@ -29,6 +29,7 @@ protected:
     /// The thread's body, implemented by subclasses instead of run().
     virtual void tryRun() = 0;
 
+    /// Outcome of the last run, as isFinishedSuccess() reports it.
     // Written by the thread, read by others: atomic so the read needs no lock.
     std::atomic_bool finishedSuccess{false};
 };

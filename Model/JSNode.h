@@ -33,31 +33,31 @@ public:
     QString kind() const;  ///< "kind"
 
     /// \name Values by key
+    //@{
     /// The node's value of `key`, or 0, false or an empty string when the key (or the
     /// node) is absent. pathValue() resolves the path against the timeline directory.
-    ///@{
     QString stringValue(const QString &key) const;
     int intValue(const QString &key) const;
     qint64 int64Value(const QString &key) const;
     bool boolValue(const QString &key) const;
     float floatValue(const QString &key) const;
     QString pathValue(const QString &key) const;
-    ///@}
+    //@}
     /// The map child stored under `key`; null when absent or not a map.
     NLMapNodePtr getMapNodeByKey(const QString &key) const;
     /// The direct list child with id `id` ("<own id>#<key>"); null when none.
     NLListNodePtr getListNodeByID(const QString &id) const;
 
     /// \name Optional values by key
+    //@{
     /// Empty when the key (or the node) is absent or holds an invalid value.
-    ///@{
     std::optional<QString> opStringValue(const QString &key) const;
     std::optional<int> opIntValue(const QString &key) const;
     std::optional<qint64> opInt64Value(const QString &key) const;
     std::optional<bool> opBoolValue(const QString &key) const;
     std::optional<double> opDoubleValue(const QString &key) const;
     std::optional<float> opFloatValue(const QString &key) const;
-    ///@}
+    //@}
 
 protected:
     /// Element maps of the child list "<own id>#<key>"; empty without that list.

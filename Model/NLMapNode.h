@@ -54,26 +54,26 @@ public:
     void assertMapIsSingleLevel(const QVariantMap &map) const;
 
     /// \name Optional values by key
-    /// Empty when the key is absent or holds an invalid QVariant.
-    ///@{
+    //@{
+    /// Empty when the key is absent or holds an invalid value.
     std::optional<QString> opStringValue(const QString &key) const;
     std::optional<int> opIntValue(const QString &key) const;
     std::optional<qint64> opInt64Value(const QString &key) const;
     std::optional<bool> opBoolValue(const QString &key) const;
     std::optional<double> opDoubleValue(const QString &key) const;
     std::optional<float> opFloatValue(const QString &key) const;
-    ///@}
+    //@}
 
     /// \name Values by key
+    //@{
     /// The value converted as QVariant does, or 0, false or an empty string when absent.
-    ///@{
     QString stringValue(const QString &key) const;
     int intValue(const QString &key) const;
     qint64 int64Value(const QString &key) const;
     bool boolValue(const QString &key) const;
     double doubleValue(const QString &key) const;
     float floatValue(const QString &key) const;
-    ///@}
+    //@}
 
     /// A stored path resolved against the timeline directory; resource paths (":...")
     /// and drive paths ("C:...") are returned as they are, and so is every path when

@@ -14,6 +14,7 @@ class VRFETCHER_EXPORT IVideoDecoder : public BasicObject
 {
     Q_OBJECT
 public:
+    /// A closed decoder.
     explicit IVideoDecoder(QObject *parent = nullptr) : BasicObject(parent) {}
     ~IVideoDecoder() override = default;
 

@@ -45,6 +45,7 @@ namespace Veloran {
 /// Hands the record of a VR_LOG statement to the logger; not for direct use.
 struct RecordSubmitter
 {
+    /// Writes `record` to the entry object's logger.
     void operator=(const Record &record) const { VeloranBaseEntry()->logger()->write(record); }
 };
 } // namespace Veloran
