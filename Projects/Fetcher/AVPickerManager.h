@@ -79,6 +79,7 @@ public:
     void setPickerObserver(PickerObserver observer);
     // Files of the idle pickers, oldest first.
     QStringList cachedPickerFiles() const;
+    int runningPickerCount() const { return runningCount(); }
 
 signals:
     void pickedThumb(Veloran::VideoThumbRequest request, QImage image);
