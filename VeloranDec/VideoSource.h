@@ -58,8 +58,11 @@ public:
     void moveSelfToThread(QThread *thread);
 
 private:
-    bool openWith(const QVector<AVPixelFormat> &formats, int outputWidth, bool opened);
-    QSharedPointer<IVideoFrame> adaptAndKeep(const AVFramePtr &frame);
+    // Keeps the reader and the width after a successful open, drops the reader otherwise.
+    bool openWith(int outputWidth, bool opened);
+    // The frame converted and wrapped with the stream description; empty when
+    // there is no frame or the conversion gave none.
+    QSharedPointer<IVideoFrame> wrap(const AVFramePtr &frame);
     void ensureAdapter(const AVFramePtr &frame);
 
     FFVideoStreamReader *mReader = nullptr;
