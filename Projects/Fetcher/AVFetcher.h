@@ -5,8 +5,6 @@
 #include "Projects/Fetcher/VideoThumbRequest.h"
 #include "vrfetcher_export.h"
 
-#include <QSharedPointer>
-
 namespace Veloran {
 
 // Hands requests to the shared picker manager and re-emits the manager's results
@@ -35,7 +33,5 @@ private slots:
 // The next request id of the process, starting at 1. Not thread-safe: fetch calls
 // are expected from one thread at a time (the host's main thread).
 VRFETCHER_EXPORT qint64 genRequestID();
-
-VRFETCHER_EXPORT QSharedPointer<IAVFetcher> createAVFetcher();
 
 } // namespace Veloran

@@ -5,6 +5,7 @@
 #include <QImage>
 #include <QList>
 #include <QObject>
+#include <QSharedPointer>
 #include <QString>
 #include <QVector>
 
@@ -42,5 +43,8 @@ signals:
     void audioSample(qint64 id, QString filePath, qint64 begin, qint64 length, int sampleCount, int count,
                      int value, QList<uint8_t> samples);
 };
+
+// A new fetcher on the process-wide fetch service.
+VRFETCHER_EXPORT QSharedPointer<IAVFetcher> createAVFetcher();
 
 } // namespace Veloran

@@ -119,16 +119,16 @@ private Q_SLOTS:
 
     void audioNeverTakesTheLastSlot()
     {
-        for (int slots : {2, 3, 6}) {
+        for (int slotCount : {2, 3, 6}) {
             Round round;
-            round.maxConcurrent = slots;
+            round.maxConcurrent = slotCount;
             round.noVideoStarted = false;
             round.audioWaiting = 10;
-            QCOMPARE(round.run(), QString(slots - 1, QLatin1Char('A')));
+            QCOMPARE(round.run(), QString(slotCount - 1, QLatin1Char('A')));
             // ...but video does.
             round.videoWaiting = 1;
             QCOMPARE(round.run(), QStringLiteral("V"));
-            QCOMPARE(round.runningAudio + round.runningVideo, slots);
+            QCOMPARE(round.runningAudio + round.runningVideo, slotCount);
         }
     }
 

@@ -100,10 +100,10 @@ private Q_SLOTS:
         PickerLog log(manager);
         GateHold gate;
         // Fill every slot with a picker that waits at the gate.
-        const int slots = manager->maxConcurrent();
-        for (int i = 0; i < slots; ++i)
+        const int slotCount = manager->maxConcurrent();
+        for (int i = 0; i < slotCount; ++i)
             manager->requestVideoList({thumb(++gsTestIds, sampleCopy(QStringLiteral("blocker-%1.mp4").arg(i)))}, false);
-        QTRY_COMPARE_WITH_TIMEOUT(log.startCount(), slots, kLongWaitMs);
+        QTRY_COMPARE_WITH_TIMEOUT(log.startCount(), slotCount, kLongWaitMs);
 
         const qint64 n1 = ++gsTestIds, n2 = ++gsTestIds;
         manager->requestVideoList({thumb(n1, missing("y.mp4")), thumb(n2, missing("y.mp4"))}, false);
@@ -116,8 +116,8 @@ private Q_SLOTS:
         manager->requestVideo(thumb(q, missing("q.mp4")), true);
         gate.release();
 
-        QTRY_COMPARE_WITH_TIMEOUT(log.startCount(), slots + 5, kLongWaitMs);
-        const QList<PickerLog::Event> starts = log.starts().mid(slots);
+        QTRY_COMPARE_WITH_TIMEOUT(log.startCount(), slotCount + 5, kLongWaitMs);
+        const QList<PickerLog::Event> starts = log.starts().mid(slotCount);
         QCOMPARE(startedIds(starts[0]), QList<qint64>{q});
         QCOMPARE(startedIds(starts[1]), QList<qint64>{p1});
         QCOMPARE(startedIds(starts[2]), QList<qint64>{p2});
@@ -204,9 +204,9 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(samples.size(), 8, kLongWaitMs);
         QTRY_COMPARE_WITH_TIMEOUT(thumbs.size(), 3, kLongWaitMs);
 
-        const int slots = manager->maxConcurrent();
-        QVERIFY(log.maxRunning() <= slots);
-        QVERIFY(log.maxAudioRunning() <= (slots == 1 ? 1 : slots - 1));
+        const int slotCount = manager->maxConcurrent();
+        QVERIFY(log.maxRunning() <= slotCount);
+        QVERIFY(log.maxAudioRunning() <= (slotCount == 1 ? 1 : slotCount - 1));
         QCOMPARE(log.startCount(), 5);
     }
 };
