@@ -26,7 +26,8 @@ void FFAudioStreamReader::ensureStreamInfo(const QString &)
 {
     mStreamInfo = mDemuxer->audioStreamInfo(streamIndex());
     const AVFormatContextPtr ctx = mDemuxer->formatCtx();
-    mStartTimeMs = ctx->start_time / 1000;
+    // Containers without a clock of their own (WAV, raw streams) start at 0.
+    mStartTimeMs = ctx->start_time != AV_NOPTS_VALUE ? ctx->start_time / 1000 : 0;
     // The first frame's time relative to the container start tells where the
     // audio begins; then reading starts again from the beginning.
     const AVFramePtr first = readNextFrame();

@@ -98,9 +98,14 @@ AVFramePtr FFStreamReader::readNextRawFrame()
         const AVPacketPtr packet = mDemuxer->readPacket(mStreamIndex);
         // A null packet drains the decoder at the end of the input (or after a read
         // error). The decoder keeps accepting the drain once it is at its end, so
-        // a drain that yields nothing is the end of the stream.
-        if (!mDecoder->sendPacket(packet))
-            return {};
+        // a drain that yields nothing is the end of the stream. A packet the
+        // decoder rejects (damaged data, or a frame whose references were skipped
+        // by a seek into the middle of a group of pictures) is passed over.
+        if (!mDecoder->sendPacket(packet)) {
+            if (!packet)
+                return {};
+            continue;
+        }
         while (AVFramePtr frame = mDecoder->recvFrame())
             mFrames.push_back(frame);
         if (!mFrames.empty())
