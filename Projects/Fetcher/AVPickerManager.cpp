@@ -51,7 +51,7 @@ AVPickerManager::~AVPickerManager()
     // until it has seen the interruption.
     requestInterruption();
     do {
-        waitCondition.wakeOneFalse();
+        wakeScheduler(false);
     } while (!wait(20));
     stop();
     threadPool.waitForDone();
@@ -82,7 +82,7 @@ void AVPickerManager::requestVideoList(QList<VideoThumbRequest> &&list, bool pri
             videoRequests.append(list);
         }
     }
-    waitCondition.wakeOne();
+    wakeScheduler();
 }
 
 void AVPickerManager::requestAudio(const AudioSampleRequest &request, bool priority)
@@ -94,7 +94,7 @@ void AVPickerManager::requestAudio(const AudioSampleRequest &request, bool prior
         else
             audioRequests.append(request);
     }
-    waitCondition.wakeOne();
+    wakeScheduler();
 }
 
 void AVPickerManager::wakeDelay()
@@ -103,7 +103,7 @@ void AVPickerManager::wakeDelay()
         // No parent: the timer lives in the thread of the first caller.
         wakeTimer = new QTimer;
         wakeTimer->setSingleShot(true);
-        connect(wakeTimer, &QTimer::timeout, wakeTimer, [this] { waitCondition.wakeOne(); });
+        connect(wakeTimer, &QTimer::timeout, wakeTimer, [this] { wakeScheduler(); });
     });
     QTimer *timer = wakeTimer;
     const auto restart = [timer] {
@@ -137,7 +137,16 @@ void AVPickerManager::stop()
             picker->requestInterruption();
     }
     cleanCache();
-    waitCondition.wakeOneFalse();
+    wakeScheduler(false);
+}
+
+void AVPickerManager::wakeScheduler(bool flag)
+{
+    wakePending.store(true);
+    if (flag)
+        waitCondition.wakeOne();
+    else
+        waitCondition.wakeOneFalse();
 }
 
 void AVPickerManager::dropUnstartedPickers()
@@ -161,7 +170,7 @@ void AVPickerManager::dropUnstartedPickers()
         delete picker;
     }
     if (!dropped.isEmpty())
-        waitCondition.wakeOne();
+        wakeScheduler();
 }
 
 void AVPickerManager::cleanCache()
@@ -179,7 +188,10 @@ void AVPickerManager::run()
     if (isInterruptionRequested())
         return;
     for (;;) {
-        waitCondition.wait(kSchedulerSleepMs);
+        if (!wakePending.exchange(false)) {
+            waitCondition.wait(kSchedulerSleepMs);
+            wakePending.store(false);
+        }
         fillFreeSlots();
         smartCleanCacheQueue();
         if (isInterruptionRequested())
@@ -313,7 +325,7 @@ void AVPickerManager::recyclePicker(AVPicker *picker, bool reusable)
         delete picker;
     }
     lastRecycleMs.store(clock.elapsed());
-    waitCondition.wakeOne();
+    wakeScheduler();
 }
 
 void AVPickerManager::smartCleanCacheQueue()

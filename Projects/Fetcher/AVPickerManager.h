@@ -94,6 +94,7 @@ private:
     static std::unique_ptr<AVPickerManager> createAndStart();
 
     void wakeDelay();
+    void wakeScheduler(bool flag = true);
     void fillFreeSlots();
     bool isAudioRequestLimited();
     void startNextVideoRequest();
@@ -116,6 +117,10 @@ private:
     mutable QMutex requestMutex;
     QThreadPool threadPool;
     WaitCondition waitCondition{true};
+    // Set by every wake. The wait condition forgets a wake that comes while the
+    // scheduler is busy (or not yet waiting at all, right after start); this flag
+    // remembers it, so that the scheduler goes round again instead of sleeping.
+    std::atomic_bool wakePending{false};
     int mMaxConcurrent = 0;
     bool noVideoStarted = true;
     QTimer *wakeTimer = nullptr;
