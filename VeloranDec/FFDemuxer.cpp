@@ -10,7 +10,6 @@
 
 extern "C" {
 #include <libavutil/error.h>
-#include <libavutil/mem.h>
 }
 
 namespace Veloran {
@@ -48,13 +47,15 @@ bool FFDemuxer::open(const QString &path)
     if (path.at(0) != QLatin1Char(':')) {
         result = openInputContext(mFormatCtx, path.toUtf8().constData(), nullptr);
     } else {
+        // The open context may still read from the old resource file: drop it first.
+        mFormatCtx.reset();
         delete mQrcFile;
         mQrcFile = new QFile(path);
         if (!mQrcFile->open(QIODevice::ReadOnly)) {
             VR_LOG << "mQrcFile->open failed.";
             return false;
         }
-        result = openResource(path);
+        result = openResource();
     }
 
     if (result != 0) {
@@ -74,22 +75,14 @@ bool FFDemuxer::open(const QString &path)
     return true;
 }
 
-int FFDemuxer::openResource(const QString &path)
+int FFDemuxer::openResource()
 {
-    Q_UNUSED(path)
-    // FFmpeg 5.1 does accept a null buffer of size 0 for reading, but only by
-    // degrading: every avio_r8 and the probe's seek-back buffer then read through
-    // the callback a byte at a time. A real buffer keeps reads in blocks; the
-    // format context's deleter frees whatever buffer the I/O context ends up with.
-    const int bufferSize = 32 * 1024;
-    auto *buffer = static_cast<unsigned char *>(av_malloc(bufferSize));
-    if (!buffer)
+    // No buffer of our own: reads bigger than the (empty) buffer go straight to the
+    // callback, and after probing FFmpeg keeps its probe buffer as the I/O buffer.
+    // The format context's deleter frees the I/O context with whatever buffer it has.
+    AVIOContext *io = avio_alloc_context(nullptr, 0, 0, mQrcFile, qrc_read_packet, nullptr, qrc_seek);
+    if (!io)
         return AVERROR(ENOMEM);
-    AVIOContext *io = avio_alloc_context(buffer, bufferSize, 0, mQrcFile, qrc_read_packet, nullptr, qrc_seek);
-    if (!io) {
-        av_free(buffer);
-        return AVERROR(ENOMEM);
-    }
     return openInputContext(mFormatCtx, nullptr, io);
 }
 

@@ -54,7 +54,7 @@ protected:
     qint64 containerTimeMs(qint64 ms) const;
 
 private:
-    int openResource(const QString &path);
+    int openResource();
 
     AVFormatContextPtr mFormatCtx;
     QFile *mQrcFile = nullptr;

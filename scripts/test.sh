@@ -28,5 +28,4 @@ ctest --test-dir build/asan --output-on-failure -j "$jobs" -LE no-asan
 
 echo "== ThreadSanitizer (threading tests)"
 configure_and_build build/tsan -DVR_SANITIZE=thread -DVR_BUILD_EXAMPLES=OFF
-TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
-  ctest --test-dir build/tsan --output-on-failure -j "$jobs" -L threads
+ctest --test-dir build/tsan --output-on-failure -j "$jobs" -L threads

@@ -1,0 +1,56 @@
+#include "RemoteObjectMonitor.h"
+
+#include <QDebug>
+#include <QMetaEnum>
+#include <QRemoteObjectDynamicReplica>
+#include <QRemoteObjectNode>
+#include <QUrl>
+
+namespace Veloran {
+
+RemoteObjectMonitor::RemoteObjectMonitor(QObject *parent)
+    : QObject(parent)
+{
+}
+
+// The replica refers to the node it was acquired from, so it is released first.
+RemoteObjectMonitor::~RemoteObjectMonitor()
+{
+    mReplica.reset();
+    mNode.reset();
+}
+
+bool RemoteObjectMonitor::startMonitoring(const QString &nodeUrl, const QString &name)
+{
+    // The old replica, and with it the old connections, goes before its node.
+    mReplica.reset();
+    mNode.reset(new QRemoteObjectNode());
+    if (!mNode->connectToNode(QUrl(nodeUrl, QUrl::TolerantMode)))
+        return false;
+
+    QRemoteObjectDynamicReplica *replica = mNode->acquireDynamic(name);
+    if (!replica)
+        return false;
+    mReplica.reset(replica);
+    watchReplica();
+    return true;
+}
+
+void RemoteObjectMonitor::watchReplica()
+{
+    QRemoteObjectDynamicReplica *replica = mReplica.data();
+    connect(replica, &QRemoteObjectReplica::initialized, replica, [] {
+        qDebug().noquote() << "replica initialized";
+    }, Qt::DirectConnection);
+    connect(replica, &QRemoteObjectReplica::stateChanged, replica,
+            [this, replica](QRemoteObjectReplica::State state, QRemoteObjectReplica::State) {
+                const char *stateName = QMetaEnum::fromType<QRemoteObjectReplica::State>().valueToKey(state);
+                qDebug().noquote() << QStringLiteral("replicate state changed: ") + QString::fromLatin1(stateName);
+                if (!replica->isReplicaValid()) {
+                    qDebug().noquote() << "replica disconnectRemoteObject";
+                    emit disconnectRemoteObject();
+                }
+            }, Qt::DirectConnection);
+}
+
+} // namespace Veloran
