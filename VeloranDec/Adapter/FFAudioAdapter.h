@@ -34,6 +34,11 @@ public:
     /// A null input comes back null.
     AVFramePtr adapt(AVFramePtr frame);
 
+    /// Forgets the samples the resampler holds back between frames, so that audio read
+    /// after a seek does not begin with the tail of what was read before it. Keeps the
+    /// resampler's settings; does nothing without a resampler.
+    void dropDelayedSamples();
+
 private:
     int mInSampleRate = 0;
     int mInChannels = 0;
