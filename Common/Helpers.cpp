@@ -8,22 +8,38 @@
 #include <QUuid>
 
 #include <cstdlib>
+#include <type_traits>
 
 namespace Veloran {
 
 namespace {
+
+// |a - b| in a type that holds it: integers far apart (INT_MIN and 1) would overflow
+// a signed subtraction, so integral distances are taken in the unsigned type.
+template <typename T>
+auto distanceBetween(T a, T b)
+{
+    if constexpr (std::is_integral_v<T>) {
+        using U = std::make_unsigned_t<T>;
+        return a > b ? U(U(a) - U(b)) : U(U(b) - U(a));
+    } else {
+        return a > b ? a - b : b - a;
+    }
+}
 
 template <typename T>
 T getNearestValue_Inner(const QList<T> &list, T target)
 {
     if (list.isEmpty())
         return target;
-    QList<T> distances;
+    using Distance = decltype(distanceBetween(target, target));
+    QList<Distance> distances;
     distances.reserve(list.size());
     for (const T &value : list)
-        distances.append(value > target ? value - target : target - value);
-    T best = distances.first();
-    for (const T &distance : distances) {
+        distances.append(distanceBetween(value, target));
+    // Only a strictly smaller distance replaces the best, so ties keep the earliest.
+    Distance best = distances.first();
+    for (const Distance &distance : distances) {
         if (distance < best)
             best = distance;
     }
@@ -136,15 +152,16 @@ int closestNumber(int n, int m)
 QString getCodecGpuName(const QString &description)
 {
     QString vendor;
-    if (description.contains(QLatin1String("NVIDIA"), Qt::CaseInsensitive))
+    // Vendor names are matched as written: "amd64" in a platform string is no GPU.
+    if (description.contains(QLatin1String("NVIDIA")))
         vendor = QStringLiteral("NVIDIA");
-    else if (description.contains(QLatin1String("AMD"), Qt::CaseInsensitive))
+    else if (description.contains(QLatin1String("AMD")))
         vendor = QStringLiteral("AMD");
     if (vendor.isEmpty())
         return {};
     for (const QVariantMap &model : GpuModel::getSpecifiedGpuModelList(vendor)) {
         const QString name = model.value(QStringLiteral("name")).toString();
-        if (!name.isEmpty() && description.contains(name, Qt::CaseInsensitive))
+        if (!name.isEmpty() && description.contains(name))
             return name;
     }
     return vendor;

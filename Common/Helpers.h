@@ -37,8 +37,8 @@ VRFETCHER_EXPORT int toEvenValue(int x);
 VRFETCHER_EXPORT int closestNumber(int n, int m);
 
 // Picks the GPU to name for a hardware codec from a description text (for example
-// a renderer string). The vendor is "NVIDIA" when the text mentions it, else "AMD"
-// when it mentions that; among that vendor's known models the first whose "name"
+// a renderer string). The vendor is "NVIDIA" when the text contains it, else "AMD"
+// when it contains that (both case-sensitive); among that vendor's known models the first whose "name"
 // occurs in the text is returned; with no known model the vendor itself is
 // returned; a text naming neither vendor gives an empty string.
 VRFETCHER_EXPORT QString getCodecGpuName(const QString &description);

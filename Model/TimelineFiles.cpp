@@ -16,8 +16,13 @@ namespace Veloran {
 
 QString getFileContent(const QString &path)
 {
+    // Reading an unopened (or unnamed) file would give the same empty text, but Qt
+    // warns about both, and these functions are meant to stay quiet.
+    if (path.isEmpty())
+        return {};
     QFile file(path);
-    file.open(QIODevice::ReadOnly);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
     QTextStream stream(&file);
     stream.setCodec("UTF-8");
     return stream.readAll();
@@ -25,6 +30,8 @@ QString getFileContent(const QString &path)
 
 void saveToFile(const QString &content, const QString &path)
 {
+    if (path.isEmpty())
+        return;
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
         return;

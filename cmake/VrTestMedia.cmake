@@ -14,12 +14,19 @@ find_program(VR_FFMPEG ffmpeg REQUIRED)
 set(VR_TEST_MEDIA_DIR "${CMAKE_BINARY_DIR}/test-media" CACHE PATH "Folder for generated test media")
 file(MAKE_DIRECTORY ${VR_TEST_MEDIA_DIR})
 set_property(GLOBAL PROPERTY VR_TEST_MEDIA_FILES "")
+set_property(GLOBAL PROPERTY VR_TEST_MEDIA_TARGETS "")
 
 # Deterministic output: no encoder/muxer version strings, no wall-clock metadata.
 set(VR_FFMPEG_BITEXACT -fflags +bitexact -flags:v +bitexact -flags:a +bitexact -map_metadata -1)
 
-function(_vr_register_media out)
+# A custom command's output gets a build rule only from a target of the folder that
+# declared it, so each media file has its own small target there; `test_media`
+# depends on those targets, which works across folders.
+function(_vr_register_media out name)
   set_property(GLOBAL APPEND PROPERTY VR_TEST_MEDIA_FILES ${out})
+  string(MAKE_C_IDENTIFIER "${name}" id)
+  add_custom_target(vr_media_${id} DEPENDS ${out})
+  set_property(GLOBAL APPEND PROPERTY VR_TEST_MEDIA_TARGETS vr_media_${id})
 endfunction()
 
 function(vr_test_media name)
@@ -32,7 +39,7 @@ function(vr_test_media name)
     COMMAND ${CMAKE_COMMAND} -DOUT=${out} -DFFMPEG=${VR_FFMPEG} "-DARGS=${ARGN}"
             -P ${PROJECT_SOURCE_DIR}/cmake/VrRunFfmpeg.cmake
     COMMENT "Generating test media ${name}" VERBATIM)
-  _vr_register_media(${out})
+  _vr_register_media(${out} ${name})
 endfunction()
 
 function(vr_test_media_command name)
@@ -59,11 +66,14 @@ function(vr_test_media_command name)
   add_custom_command(OUTPUT ${out} COMMAND ${cmd} DEPENDS ${deps}
     WORKING_DIRECTORY ${VR_TEST_MEDIA_DIR}
     COMMENT "Generating test media ${name}" VERBATIM)
-  _vr_register_media(${out})
+  _vr_register_media(${out} ${name})
 endfunction()
 
 # Call once after every test folder declared its media.
 function(vr_finish_test_media)
-  get_property(files GLOBAL PROPERTY VR_TEST_MEDIA_FILES)
-  add_custom_target(test_media ALL DEPENDS ${files})
+  get_property(targets GLOBAL PROPERTY VR_TEST_MEDIA_TARGETS)
+  add_custom_target(test_media ALL)
+  if(targets)
+    add_dependencies(test_media ${targets})
+  endif()
 endfunction()

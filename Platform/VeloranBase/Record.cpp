@@ -21,13 +21,13 @@ QString Record::projectRelativePath(const char *sourceFile)
                                       QStringLiteral("Platform/"), QStringLiteral("tests/"),
                                       QStringLiteral("examples/"), QStringLiteral("bench/")};
     if (path.startsWith(QLatin1Char('/'))) {
-        for (const QString &root : roots) {
-            const int at = path.lastIndexOf(QLatin1Char('/') + root);
-            if (at >= 0) {
-                path = path.mid(at + 1);
-                break;
-            }
-        }
+        // The innermost project folder wins: a checkout may itself sit below a folder
+        // that happens to be called like one (/home/me/Projects/repo/Common/...).
+        int cut = -1;
+        for (const QString &root : roots)
+            cut = qMax(cut, path.lastIndexOf(QLatin1Char('/') + root));
+        if (cut >= 0)
+            path = path.mid(cut + 1);
     }
     if (path.startsWith(QLatin1String("./")))
         path = path.mid(2);

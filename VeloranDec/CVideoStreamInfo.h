@@ -1,0 +1,30 @@
+#pragma once
+
+#include "VeloranDec/CStreamInfo.h"
+#include "vrfetcher_export.h"
+
+#include <QSize>
+#include <QtGlobal>
+
+namespace Veloran {
+
+// A video stream as the thumbnail and frame code needs it: coded size, pixel
+// format, frame rate, aspect ratio, rotation and whether it is only a cover picture.
+struct VRFETCHER_EXPORT CVideoStreamInfo : public CStreamInfo
+{
+    quint32 codecTag = 0;
+    int pixFmt = -1; // AVPixelFormat
+    int width = 0;
+    int height = 0;
+    AVRational frameRate {25, 1};
+    qint64 durationMs = 0;
+    qint64 bitRate = 0;
+    AVRational sar {1, 1};
+    int rotation = 0; // degrees clockwise: 0, 90, 180 or 270 in practice
+    bool isCover = false;
+
+    // The size a viewer sees: aspect-corrected, even, and turned by the rotation.
+    QSize displaySize() const;
+};
+
+} // namespace Veloran

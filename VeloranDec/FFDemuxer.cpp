@@ -1,0 +1,222 @@
+#include "FFDemuxer.h"
+
+#include "VeloranBaseEntry.h"
+#include "VeloranDec/FFVobDemuxer.h"
+#include "VeloranDec/QrcIOCallbacks.h"
+#include "VeloranDec/StreamInfoUtils.h"
+
+#include <QFile>
+#include <QFileInfo>
+
+extern "C" {
+#include <libavutil/error.h>
+}
+
+namespace Veloran {
+
+namespace {
+
+QString errorText(int code)
+{
+    char text[256] = {0};
+    av_strerror(code, text, sizeof(text));
+    return QString::fromUtf8(text);
+}
+
+} // namespace
+
+FFDemuxer::FFDemuxer(QObject *parent)
+    : BasicObject(parent)
+{
+}
+
+FFDemuxer::~FFDemuxer()
+{
+    // The format context goes first: closing it may still call back into the file.
+    mFormatCtx.reset();
+    delete mQrcFile;
+}
+
+bool FFDemuxer::open(const QString &path)
+{
+    assertOwnThread();
+    if (path.isEmpty())
+        return false;
+
+    int result = 0;
+    if (path.at(0) != QLatin1Char(':')) {
+        result = openInputContext(mFormatCtx, path.toUtf8().constData(), nullptr);
+    } else {
+        // The open context may still read from the old resource file: drop it first.
+        mFormatCtx.reset();
+        delete mQrcFile;
+        mQrcFile = new QFile(path);
+        if (!mQrcFile->open(QIODevice::ReadOnly)) {
+            VR_LOG << "mQrcFile->open failed.";
+            return false;
+        }
+        result = openResource();
+    }
+
+    if (result != 0) {
+        VR_LOG << "---demux--- avformat_open_input: " << result << ": " << errorText(result);
+        VR_LOG << "---demux--- Could not open the file . fileSize :" << QFileInfo(path).size();
+        mFormatCtx.reset();
+        return false;
+    }
+
+    if (avformat_find_stream_info(mFormatCtx.data(), nullptr) < 0) {
+        VR_LOG << "---demux--- avformat_find_stream_info failed";
+        mFormatCtx.reset();
+        return false;
+    }
+
+    mPath = path;
+    return true;
+}
+
+int FFDemuxer::openResource()
+{
+    // No buffer of our own: reads bigger than the (empty) buffer go straight to the
+    // callback, and after probing FFmpeg keeps its probe buffer as the I/O buffer.
+    // The format context's deleter frees the I/O context with whatever buffer it has.
+    AVIOContext *io = avio_alloc_context(nullptr, 0, 0, mQrcFile, qrc_read_packet, nullptr, qrc_seek);
+    if (!io)
+        return AVERROR(ENOMEM);
+    return openInputContext(mFormatCtx, nullptr, io);
+}
+
+void FFDemuxer::close()
+{
+    mFormatCtx.reset();
+}
+
+qint64 FFDemuxer::containerTimeMs(qint64 ms) const
+{
+    // A request for the very start is not shifted: 0 means "before everything".
+    if (ms > 0 && mFormatCtx && mFormatCtx->start_time > 0)
+        return ms + mFormatCtx->start_time / 1000;
+    return ms;
+}
+
+void FFDemuxer::seek(qint64 ms)
+{
+    if (!mFormatCtx)
+        return;
+    const qint64 t = containerTimeMs(ms);
+    avformat_flush(mFormatCtx.data());
+    const int result = av_seek_frame(mFormatCtx.data(), -1, t * 1000, AVSEEK_FLAG_BACKWARD);
+    if (result < 0)
+        VR_LOG << "---player--- av_seek_frame: " << result << ": " << errorText(result);
+}
+
+void FFDemuxer::seekByStream(qint64 ms, int streamIndex)
+{
+    if (streamIndex < 0 || !mFormatCtx || streamIndex >= static_cast<int>(mFormatCtx->nb_streams))
+        return;
+    const qint64 t = containerTimeMs(ms);
+    avformat_flush(mFormatCtx.data());
+    const qint64 target = av_rescale_q(t, AVRational {1, 1000}, mFormatCtx->streams[streamIndex]->time_base);
+    const int result = av_seek_frame(mFormatCtx.data(), streamIndex, target, AVSEEK_FLAG_BACKWARD);
+    if (result < 0) {
+        // Last resort over all streams. The target stays in the stream's units
+        // although stream -1 reads microseconds; existing callers rely on exactly
+        // this position, so it is kept as is.
+        av_seek_frame(mFormatCtx.data(), -1, target, AVSEEK_FLAG_BACKWARD);
+        VR_LOG << "---player--- seekByStream streamIndex: " << streamIndex << ",res : " << result << ": "
+               << errorText(result);
+    }
+}
+
+void FFDemuxer::seekByFilePos(qint64 bytePos)
+{
+    if (!mFormatCtx)
+        return;
+    avformat_flush(mFormatCtx.data());
+    const int result = av_seek_frame(mFormatCtx.data(), -1, bytePos, AVSEEK_FLAG_BYTE);
+    if (result < 0)
+        VR_LOG << "---player--- seekByFilePos av_seek_frame: " << result << ": " << errorText(result);
+}
+
+AVPacketPtr FFDemuxer::readPacket()
+{
+    if (!mFormatCtx)
+        return {};
+    AVPacketPtr packet = makeAVPacketPtr(av_packet_alloc());
+    if (!packet)
+        return {};
+    // An empty packet ends reading like end of file does.
+    if (av_read_frame(mFormatCtx.data(), packet.data()) != 0 || packet->size < 1)
+        return {};
+    return packet;
+}
+
+AVPacketPtr FFDemuxer::readPacket(int streamIndex)
+{
+    for (;;) {
+        AVPacketPtr packet = readPacket();
+        if (!packet || packet->stream_index == streamIndex)
+            return packet;
+    }
+}
+
+qint64 FFDemuxer::durationMs()
+{
+    if (!mFormatCtx || mFormatCtx->duration < 1)
+        return 0;
+    return mFormatCtx->duration / 1000;
+}
+
+AVFormatContextPtr FFDemuxer::formatCtx() const
+{
+    return mFormatCtx;
+}
+
+QString FFDemuxer::path() const
+{
+    return mPath;
+}
+
+QSharedPointer<ContainerInfo> FFDemuxer::containerInfo() const
+{
+    if (!mFormatCtx)
+        return {};
+    return makeContainerInfo(mFormatCtx.data(), mPath);
+}
+
+QSharedPointer<CVideoStreamInfo> FFDemuxer::videoStreamInfo(int index) const
+{
+    const QSharedPointer<ContainerInfo> info = containerInfo();
+    if (!info)
+        return {};
+    for (const QSharedPointer<CVideoStreamInfo> &stream : info->videoStreams) {
+        if (stream->index == index)
+            return stream;
+    }
+    return {};
+}
+
+QSharedPointer<CAudioStreamInfo> FFDemuxer::audioStreamInfo(int index) const
+{
+    const QSharedPointer<ContainerInfo> info = containerInfo();
+    if (!info)
+        return {};
+    for (const QSharedPointer<CAudioStreamInfo> &stream : info->audioStreams) {
+        if (stream->index == index)
+            return stream;
+    }
+    return {};
+}
+
+QSharedPointer<FFDemuxer> FFDemuxer::createDemuxer(const QString &path, bool forceVob)
+{
+    bool vob = forceVob;
+    if (!vob && QFileInfo(path).suffix().toLower() == QLatin1String("vob"))
+        vob = VeloranBaseEntry()->properties()->value(QStringLiteral("kVob_DeMux_Enabled")).toBool();
+    // QObject-aware construction, so weak pointers to the demuxer work.
+    if (vob)
+        return QSharedPointer<FFDemuxer>(new FFVobDemuxer);
+    return QSharedPointer<FFDemuxer>(new FFDemuxer);
+}
+
+} // namespace Veloran
