@@ -1,0 +1,63 @@
+#pragma once
+
+#include "FFmpegJoint.h"
+
+#include <QtGlobal>
+
+namespace Veloran {
+
+// One chapter of a VOB set: a stretch of the file whose timestamps run on without
+// restarting or jumping. Chapters follow each other in the file without gaps.
+struct VobChapter
+{
+    qint64 startPos = 0;   // first byte of the chapter
+    qint64 endPos = 0;     // one past its last byte
+    qint64 firstUs = 0;    // earliest timestamp of the chapter, in the file's own time (µs)
+    qint64 durationUs = 0; // from firstUs to the end of its last packet
+    double bytesPerMs = 0; // average, over the chapter's byte range
+    qint64 keyIntervalUs = 0; // longest distance between video key frames; 0 when unknown
+
+    qint64 durationMs() const { return durationUs / 1000; }
+};
+
+// The timestamps of a packet in microseconds of its stream's time, or
+// AV_NOPTS_VALUE. The decode time runs monotonically within a chapter, so chapter
+// breaks are found on it; the presentation time gives the chapter's extent.
+inline qint64 streamTimeUs(const AVStream *stream, int64_t ts)
+{
+    if (ts == AV_NOPTS_VALUE)
+        return AV_NOPTS_VALUE;
+    return av_rescale_q(ts, stream->time_base, AV_TIME_BASE_Q);
+}
+
+inline qint64 decodeTimeUs(const AVStream *stream, const AVPacket *packet)
+{
+    return streamTimeUs(stream, packet->dts != AV_NOPTS_VALUE ? packet->dts : packet->pts);
+}
+
+inline qint64 presentationTimeUs(const AVStream *stream, const AVPacket *packet)
+{
+    return streamTimeUs(stream, packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts);
+}
+
+// Only audio and video mark chapter breaks: subtitle and navigation streams are
+// sparse and may go silent for longer than any jump we look for.
+inline bool marksChapters(const AVStream *stream)
+{
+    const AVMediaType type = stream->codecpar->codec_type;
+    return type == AVMEDIA_TYPE_VIDEO || type == AVMEDIA_TYPE_AUDIO;
+}
+
+// Whether a stream's decode time going from `previousUs` to `currentUs` starts a
+// new chapter: it went back (a restart) or leapt far ahead (a jump). Small steps
+// back are tolerated for streams that carry only presentation times.
+inline bool isChapterBreak(qint64 previousUs, qint64 currentUs)
+{
+    constexpr qint64 kBackToleranceUs = 200 * 1000;
+    constexpr qint64 kJumpUs = 1500 * 1000;
+    if (previousUs == AV_NOPTS_VALUE || currentUs == AV_NOPTS_VALUE)
+        return false;
+    return currentUs < previousUs - kBackToleranceUs || currentUs > previousUs + kJumpUs;
+}
+
+} // namespace Veloran

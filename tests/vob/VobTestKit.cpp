@@ -1,0 +1,82 @@
+#include "VobTestKit.h"
+
+#include "TestMedia.h"
+
+#include <QFile>
+
+#include <cmath>
+#include <cstdlib>
+
+namespace VobTestKit {
+
+const qint64 kSegmentMs[kSegments] = {2000, 1600, 2400};
+
+qint64 segmentStartMs(int segment)
+{
+    qint64 start = 0;
+    for (int i = 0; i < segment && i < kSegments; ++i)
+        start += kSegmentMs[i];
+    return start;
+}
+
+int segmentAtMs(qint64 ms)
+{
+    for (int i = kSegments - 1; i > 0; --i) {
+        if (ms >= segmentStartMs(i))
+            return i;
+    }
+    return 0;
+}
+
+FrameId identify(const AVFrame *frame)
+{
+    FrameId id;
+    if (!frame || frame->format != AV_PIX_FMT_YUV420P || frame->width < 2 || frame->height < 2)
+        return id;
+    const int x = frame->width / 2;
+    const int y = frame->height / 2;
+    const int luma = frame->data[0][y * frame->linesize[0] + x];
+    const int cb = frame->data[1][(y / 2) * frame->linesize[1] + x / 2];
+    const int cr = frame->data[2][(y / 2) * frame->linesize[2] + x / 2];
+    // Chroma of the segments: (60, 200), (200, 60), (110, 110).
+    const int chroma[kSegments][2] = {{60, 200}, {200, 60}, {110, 110}};
+    for (int i = 0; i < kSegments; ++i) {
+        if (std::abs(cb - chroma[i][0]) <= 8 && std::abs(cr - chroma[i][1]) <= 8)
+            id.segment = i;
+    }
+    id.number = int(std::lround((luma - 16) / 3.0));
+    return id;
+}
+
+qint64 frameMs(const AVFrame *frame, const AVStream *stream, qint64 originUs)
+{
+    const qint64 us = av_rescale_q(frame->best_effort_timestamp, stream->time_base, AV_TIME_BASE_Q);
+    return (us - originUs) / 1000;
+}
+
+QString chaptersPath()
+{
+    return TestMedia::path(QStringLiteral("vob-chapters.VOB"));
+}
+
+QString mediaPath(const QString &name)
+{
+    return TestMedia::path(name);
+}
+
+QString writeScratch(const QString &test, const QString &name, const QByteArray &bytes)
+{
+    const QString path = TestMedia::scratchDir(QStringLiteral("vob-") + test) + QLatin1Char('/') + name;
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
+        return {};
+    return path;
+}
+
+QByteArray readAll(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+} // namespace VobTestKit
