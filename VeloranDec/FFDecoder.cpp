@@ -184,6 +184,12 @@ QString FFDecoder::codecCtxCharEnc() const
 
 bool FFDecoder::decodeSubtitleOnce(const AVPacketPtr &pkt, AVSubtitle *sub, int *result)
 {
+    // A context whose reopen failed has a codec but no internals, which FFmpeg's
+    // subtitle decoding would dereference.
+    if (!avcodec_is_open(mCodecCtx.data())) {
+        *result = AVERROR(EINVAL);
+        return false;
+    }
     int gotSubtitle = 0;
     *result = avcodec_decode_subtitle2(mCodecCtx.data(), sub, &gotSubtitle, pkt.data());
     if (*result < 0)
@@ -201,13 +207,16 @@ bool FFDecoder::decodeSubtitle(const AVPacketPtr &pkt, AVSubtitle *sub)
     if (decodeSubtitleOnce(pkt, sub, &result))
         return true;
     // Text that is not UTF-8 is most often a Chinese legacy code page; after that
-    // the bytes go through unconverted.
+    // the bytes go through unconverted. A failed reopen leaves a context that
+    // refuses to decode, so the next attempt fails and falls through.
     if (mCodecCtx->sub_charenc_mode != FF_SUB_CHARENC_MODE_IGNORE) {
-        if (openSubCodecAgain("GBK", FF_SUB_CHARENC_MODE_AUTOMATIC) && decodeSubtitleOnce(pkt, sub, &result))
+        openSubCodecAgain("GBK", FF_SUB_CHARENC_MODE_AUTOMATIC);
+        if (decodeSubtitleOnce(pkt, sub, &result))
             return true;
     }
-    if (mCodecCtx && mCodecCtx->sub_charenc_mode != FF_SUB_CHARENC_MODE_IGNORE) {
-        if (openSubCodecAgain("UTF-8", FF_SUB_CHARENC_MODE_IGNORE) && decodeSubtitleOnce(pkt, sub, &result))
+    if (mCodecCtx->sub_charenc_mode != FF_SUB_CHARENC_MODE_IGNORE) {
+        openSubCodecAgain("UTF-8", FF_SUB_CHARENC_MODE_IGNORE);
+        if (decodeSubtitleOnce(pkt, sub, &result))
             return true;
     }
     if (result == AVERROR(EILSEQ))

@@ -264,6 +264,17 @@ private Q_SLOTS:
 
         QVERIFY(gbk.openSubCodecAgain("GBK", FF_SUB_CHARENC_MODE_AUTOMATIC));
         QCOMPARE(gbk.codecCtxCharEnc(), QStringLiteral("GBK"));
+
+        // A character set iconv does not know leaves an unopened decoder; the next
+        // packet still decodes through the retries.
+        QVERIFY(!gbk.openSubCodecAgain("NO-SUCH-CHARSET", FF_SUB_CHARENC_MODE_PRE_DECODER));
+        QCOMPARE(capture.recordTexts().size(), 1);
+        QVERIFY(capture.recordTexts().first().startsWith(QStringLiteral("avcodec_parameters_to_context error.")));
+        demuxer.seek(0);
+        text = decodeSubtitlePacket(gbk, demuxer.readPacket(2));
+        QVERIFY(text.decoded);
+        QVERIFY(text.text.endsWith(first));
+        QCOMPARE(gbk.codecCtxCharEnc(), QStringLiteral("GBK"));
     }
 
     void badInputsFailQuietlyOrWithTheirLogLines()

@@ -232,6 +232,33 @@ private Q_SLOTS:
         QCOMPARE(closed.durationMs(), qint64(0));
     }
 
+    void failedSeeksAreLoggedAndLeaveTheDemuxerUsable()
+    {
+        FFDemuxer demuxer;
+        QVERIFY(demuxer.open(TestMedia::path("media-cover.mp3")));
+        const int audio = streamOfType(demuxer, AVMEDIA_TYPE_AUDIO);
+        const int cover = streamOfType(demuxer, AVMEDIA_TYPE_VIDEO);
+
+        LogCapture capture;
+        demuxer.seek(-5000); // MP3 refuses times before its start
+        QCOMPARE(capture.recordTexts(), QStringList {QStringLiteral("---player--- av_seek_frame: -1: Operation not permitted")});
+        QVERIFY(capture.records().first().function().contains(QStringLiteral("FFDemuxer::seek(")));
+        QVERIFY(demuxer.readPacket(audio));
+
+        // The cover picture cannot be seeked in; the fallback over all streams runs.
+        capture.clear();
+        demuxer.seekByStream(500, cover);
+        QCOMPARE(capture.recordTexts(),
+                 QStringList {QStringLiteral("---player--- seekByStream streamIndex: %1,res : -1: Operation not permitted").arg(cover)});
+        QVERIFY(capture.records().first().function().contains(QStringLiteral("FFDemuxer::seekByStream(")));
+        QVERIFY(demuxer.readPacket(audio));
+
+        capture.clear();
+        demuxer.seek(0);
+        QVERIFY(demuxer.readPacket(audio));
+        QVERIFY(capture.records().isEmpty());
+    }
+
     void seeksByBytePosition()
     {
         LogCapture capture;

@@ -1,0 +1,7 @@
+#include "INode.h"
+
+namespace Veloran {
+
+INode::~INode() = default;
+
+} // namespace Veloran

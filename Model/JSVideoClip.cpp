@@ -1,0 +1,35 @@
+#include "JSVideoClip.h"
+
+namespace Veloran {
+
+JSVideoClip::JSVideoClip(NLMapNodePtr node)
+    : JSPicClip(std::move(node))
+{
+}
+
+QList<QVariantMap> JSVideoClip::filters() const
+{
+    return childListMaps(QStringLiteral("video_filters"));
+}
+
+QString JSVideoClip::backgroundStyle() const
+{
+    return opStringValue(QStringLiteral("background_style")).value_or(QStringLiteral("color"));
+}
+
+QString JSVideoClip::backgroundValue() const
+{
+    return opStringValue(QStringLiteral("background_value")).value_or(QStringLiteral("#000000"));
+}
+
+QString JSVideoClip::backgroundFillMode() const
+{
+    return opStringValue(QStringLiteral("background_fill_mode")).value_or(QStringLiteral("aspect_fill"));
+}
+
+QList<QVariantMap> JSVideoClip::subTitle() const
+{
+    return childListMaps(QStringLiteral("subtitles"));
+}
+
+} // namespace Veloran

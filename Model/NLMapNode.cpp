@@ -1,0 +1,352 @@
+#include "NLMapNode.h"
+
+#include "Common/Helpers.h"
+#include "Model/EditCommand.h"
+#include "Model/NLListNode.h"
+#include "Model/TimelineFiles.h"
+
+namespace Veloran {
+
+namespace {
+
+const QString kIdKey = QStringLiteral("id");
+const QString kRootId = QStringLiteral("/");
+
+} // namespace
+
+int NLMapNode::mapMetaTypeId()
+{
+    static const int id = qRegisterMetaType<NLMapNodePtr>("Veloran::NLMapNodePtr");
+    return id;
+}
+
+int NLMapNode::listMetaTypeId()
+{
+    static const int id = qRegisterMetaType<NLListNodePtr>("Veloran::NLListNodePtr");
+    return id;
+}
+
+NLMapNodePtr NLMapNode::mapChild(const QVariant &value)
+{
+    if (value.userType() != mapMetaTypeId())
+        return {};
+    return value.value<NLMapNodePtr>();
+}
+
+NLListNodePtr NLMapNode::listChild(const QVariant &value)
+{
+    if (value.userType() != listMetaTypeId())
+        return {};
+    return value.value<NLListNodePtr>();
+}
+
+QVariant NLMapNode::wrap(const NLMapNodePtr &node)
+{
+    mapMetaTypeId();
+    return QVariant::fromValue(node);
+}
+
+QVariant NLMapNode::wrap(const NLListNodePtr &list)
+{
+    listMetaTypeId();
+    return QVariant::fromValue(list);
+}
+
+NLMapNode::NLMapNode(const QVariantMap &map)
+    : mProps(new QVariantMap)
+{
+    resetNode(map);
+}
+
+NLMapNode::NLMapNode(const QString &json)
+    : mProps(new QVariantMap)
+{
+    resetNode(jsonToVariantMap(json));
+}
+
+// Children are built with the directory already in place, so every node below a
+// root carries the root's directory from the start.
+NLMapNode::NLMapNode(const QVariantMap &map, const QString &timelineDir)
+    : mProps(new QVariantMap)
+    , mTimelineDir(timelineDir)
+{
+    resetNode(map);
+}
+
+NLMapNode::~NLMapNode() = default;
+
+QString NLMapNode::tagID() const
+{
+    return mProps->value(kIdKey).toString();
+}
+
+void NLMapNode::resetNode(const QVariantMap &map)
+{
+    const QString id = map.value(kIdKey).toString();
+    if (id == kRootId)
+        mTimelineDir = map.value(QStringLiteral("preview_param")).toMap().value(QStringLiteral("timeline_dir")).toString();
+
+    QVariantMap fresh = map;
+    for (auto it = fresh.begin(); it != fresh.end(); ++it) {
+        const int type = it.value().userType();
+        if (type == QMetaType::QVariantList) {
+            const QVariantList elements = it.value().toList();
+            NLListNodePtr list = listChild(mProps->value(it.key()));
+            if (list) {
+                list->mTimelineDir = mTimelineDir;
+                list->resetList(elements);
+            } else {
+                list.reset(new NLListNode(id + QLatin1Char('#') + it.key(), mTimelineDir, elements));
+            }
+            it.value() = wrap(list);
+        } else if (type == QMetaType::QVariantMap) {
+            const QVariantMap childMap = it.value().toMap();
+            NLMapNodePtr child = mapChild(mProps->value(it.key()));
+            if (child) {
+                child->mTimelineDir = mTimelineDir;
+                child->resetNode(childMap);
+            } else {
+                child.reset(new NLMapNode(childMap, mTimelineDir));
+            }
+            it.value() = wrap(child);
+        }
+    }
+    mProps.reset(new QVariantMap(std::move(fresh)));
+}
+
+void NLMapNode::modifyNode(const QVariantMap &map)
+{
+    mProps->insert(map);
+}
+
+void NLMapNode::assertMapIsSingleLevel(const QVariantMap &) const
+{
+}
+
+INode *NLMapNode::findNode(const QString &id, INode **parent)
+{
+    INode *ignored = nullptr;
+    if (!parent)
+        parent = &ignored;
+    *parent = nullptr;
+    if (id == tagID())
+        return this;
+    for (auto it = mProps->cbegin(); it != mProps->cend(); ++it) {
+        INode *hit = nullptr;
+        if (const NLMapNodePtr child = mapChild(it.value()))
+            hit = child->findNode(id, parent);
+        else if (const NLListNodePtr list = listChild(it.value()))
+            hit = list->findNode(id, parent);
+        if (hit) {
+            if (!*parent)
+                *parent = this;
+            return hit;
+        }
+    }
+    return nullptr;
+}
+
+void NLMapNode::processCommand(const EditCommand &cmd, INode *parent)
+{
+    if (cmd.targetID != tagID()) {
+        INode *node = findNode(cmd.targetID, &parent);
+        if (parent) {
+            // The copy replaced the container's children: the first hit is stale.
+            parent->copyOnWrite();
+            node = findNode(cmd.targetID, &parent);
+        }
+        if (node)
+            node->processCommand(cmd, parent);
+        return;
+    }
+
+    if (!parent)
+        copyOnWrite();
+    const QVariantMap map = jsonToVariantMap(cmd.content);
+    if (cmd.kind == EditCommand::ResetNode)
+        resetNode(map);
+    else if (cmd.kind == EditCommand::ModifyNode)
+        modifyNode(map);
+}
+
+void NLMapNode::copyOnWrite()
+{
+    QVariantMap *copy = new QVariantMap(*mProps);
+    copy->detach();
+    for (auto it = copy->begin(); it != copy->end(); ++it) {
+        if (const NLMapNodePtr child = mapChild(it.value()))
+            it.value() = wrap(child->clone());
+        else if (const NLListNodePtr list = listChild(it.value()))
+            it.value() = wrap(list->clone());
+    }
+    mProps.reset(copy);
+}
+
+NLMapNodePtr NLMapNode::clone() const
+{
+    NLMapNodePtr copy(new NLMapNode);
+    copy->mTimelineDir = mTimelineDir;
+    *copy->mProps = *mProps;
+    for (auto it = copy->mProps->begin(); it != copy->mProps->end(); ++it) {
+        if (const NLMapNodePtr child = mapChild(it.value()))
+            it.value() = wrap(child->clone());
+        else if (const NLListNodePtr list = listChild(it.value()))
+            it.value() = wrap(list->clone());
+    }
+    return copy;
+}
+
+std::optional<QString> NLMapNode::opStringValue(const QString &key) const
+{
+    const auto it = mProps->constFind(key);
+    if (it == mProps->cend() || !it.value().isValid())
+        return std::nullopt;
+    return it.value().toString();
+}
+
+std::optional<int> NLMapNode::opIntValue(const QString &key) const
+{
+    const auto it = mProps->constFind(key);
+    if (it == mProps->cend() || !it.value().isValid())
+        return std::nullopt;
+    return it.value().toInt();
+}
+
+std::optional<qint64> NLMapNode::opInt64Value(const QString &key) const
+{
+    const auto it = mProps->constFind(key);
+    if (it == mProps->cend() || !it.value().isValid())
+        return std::nullopt;
+    return it.value().toLongLong();
+}
+
+std::optional<bool> NLMapNode::opBoolValue(const QString &key) const
+{
+    const auto it = mProps->constFind(key);
+    if (it == mProps->cend() || !it.value().isValid())
+        return std::nullopt;
+    return it.value().toBool();
+}
+
+std::optional<double> NLMapNode::opDoubleValue(const QString &key) const
+{
+    const auto it = mProps->constFind(key);
+    if (it == mProps->cend() || !it.value().isValid())
+        return std::nullopt;
+    return it.value().toDouble();
+}
+
+std::optional<float> NLMapNode::opFloatValue(const QString &key) const
+{
+    const auto it = mProps->constFind(key);
+    if (it == mProps->cend() || !it.value().isValid())
+        return std::nullopt;
+    return it.value().toFloat();
+}
+
+QString NLMapNode::stringValue(const QString &key) const
+{
+    return opStringValue(key).value_or(QString());
+}
+
+int NLMapNode::intValue(const QString &key) const
+{
+    return opIntValue(key).value_or(0);
+}
+
+qint64 NLMapNode::int64Value(const QString &key) const
+{
+    return opInt64Value(key).value_or(0);
+}
+
+bool NLMapNode::boolValue(const QString &key) const
+{
+    return opBoolValue(key).value_or(false);
+}
+
+double NLMapNode::doubleValue(const QString &key) const
+{
+    return opDoubleValue(key).value_or(0.0);
+}
+
+float NLMapNode::floatValue(const QString &key) const
+{
+    return opFloatValue(key).value_or(0.0f);
+}
+
+QString NLMapNode::pathValue(const QString &key) const
+{
+    const QString value = stringValue(key);
+    if (value.isEmpty() || mTimelineDir.isEmpty())
+        return value;
+    if (value.startsWith(QLatin1Char(':')))
+        return value; // Qt resource
+    if (value.size() >= 3 && value.at(1) == QLatin1Char(':'))
+        return value; // drive path
+    // Stored paths are relative to the document, even those that begin with "/".
+    return appendPath(mTimelineDir, value);
+}
+
+NLMapNodePtr NLMapNode::getMapNodeByKey(const QString &key) const
+{
+    return mapChild(mProps->value(key));
+}
+
+NLListNodePtr NLMapNode::getListNodeByID(const QString &id) const
+{
+    for (auto it = mProps->cbegin(); it != mProps->cend(); ++it) {
+        const NLListNodePtr list = listChild(it.value());
+        if (list && list->tagID() == id)
+            return list;
+    }
+    return {};
+}
+
+QVariantMap NLMapNode::toMap() const
+{
+    return *mProps;
+}
+
+QVariantMap NLMapNode::toJsonMap() const
+{
+    QVariantMap plain = *mProps;
+    for (auto it = plain.begin(); it != plain.end(); ++it) {
+        const int type = it.value().userType();
+        if (type == mapMetaTypeId()) {
+            const NLMapNodePtr child = mapChild(it.value());
+            it.value() = child ? QVariant(child->toJsonMap()) : QVariant(); // null pointer: JSON null
+        } else if (type == listMetaTypeId()) {
+            const NLListNodePtr list = listChild(it.value());
+            it.value() = list ? QVariant(list->toJsonList()) : QVariant();
+        }
+    }
+    return plain;
+}
+
+QString NLMapNode::toJson() const
+{
+    return variantMapToJson(toJsonMap(), true);
+}
+
+void NLMapNode::setValue(const QString &key, const QVariant &value)
+{
+    (*mProps)[key] = value;
+}
+
+QString NLMapNode::timelineDir() const
+{
+    return mTimelineDir;
+}
+
+void NLMapNode::setTimelineDir(const QString &dir)
+{
+    mTimelineDir = dir;
+    for (auto it = mProps->cbegin(); it != mProps->cend(); ++it) {
+        if (const NLMapNodePtr child = mapChild(it.value()))
+            child->setTimelineDir(dir);
+        else if (const NLListNodePtr list = listChild(it.value()))
+            list->setTimelineDir(dir);
+    }
+}
+
+} // namespace Veloran

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "Common/BasicObject.h"
+#include "FFmpegJoint.h"
+#include "vrfetcher_export.h"
+
+extern "C" {
+#include <libavutil/channel_layout.h>
+#include <libavutil/samplefmt.h>
+}
+
+namespace Veloran {
+
+// Converts decoded audio frames to one output sample rate, channel count and sample
+// format with swresample. Frames whose parameters differ from the ones set up
+// rebuild the resampler from the frame's own parameters.
+class VRFETCHER_EXPORT FFAudioAdapter : public BasicObject
+{
+    Q_OBJECT
+public:
+    explicit FFAudioAdapter(QObject *parent = nullptr);
+    ~FFAudioAdapter() override;
+
+    // Makes a resampler; on failure logs and keeps the earlier one.
+    bool setupContext(int inSampleRate, int inChannels, AVSampleFormat inFormat, AVChannelLayout &inLayout,
+                      int outSampleRate, int outChannels, AVSampleFormat outFormat);
+
+    // The converted frame; the input itself when it is already in the output form;
+    // empty (with a log line) when it cannot be converted.
+    AVFramePtr adapt(AVFramePtr frame);
+
+private:
+    int mInSampleRate = 0;
+    int mInChannels = 0;
+    AVChannelLayout mInLayout {};
+    AVSampleFormat mInFormat = AV_SAMPLE_FMT_NONE;
+    int mOutSampleRate = 0;
+    int mOutChannels = 0;
+    AVSampleFormat mOutFormat = AV_SAMPLE_FMT_NONE;
+    SwrContextPtr mSwrContext;
+};
+
+} // namespace Veloran

@@ -1,0 +1,7 @@
+#include "IAudioFrame.h"
+
+namespace Veloran {
+
+IAudioFrame::~IAudioFrame() = default;
+
+} // namespace Veloran

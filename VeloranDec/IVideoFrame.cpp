@@ -1,0 +1,7 @@
+#include "IVideoFrame.h"
+
+namespace Veloran {
+
+IVideoFrame::~IVideoFrame() = default;
+
+} // namespace Veloran

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "VeloranDec/IVideoFrame.h"
+#include "vrfetcher_export.h"
+
+#include <memory>
+
+namespace Veloran {
+
+class JSVideoClip;
+
+// The video frame wrapper: shares the decoded picture, never copies it.
+class VRFETCHER_EXPORT VideoFrame : public IVideoFrame
+{
+public:
+    VideoFrame(AVFramePtr frame, int seekMode);
+    ~VideoFrame() override;
+
+    VideoFrame(const VideoFrame &) = delete;
+    VideoFrame &operator=(const VideoFrame &) = delete;
+
+    int format() const override;
+    long long rawPts() const override;
+    long long pts() const override;
+    void setPts(long long pts) override;
+    QSize frameSize() const override;
+    uint8_t *data(int plane) const override;
+    int lineSize(int plane) const override;
+    QList<QVariantMap> filters() const override;
+    int getRotation() const override;
+    QSize displaySize() const override;
+    AVFramePtr getRawFrame() const override;
+    bool isInterlace() const override;
+    QVariantMap transformMap() const override;
+    bool isTrunk() const override;
+    void setTrunk(bool trunk) override;
+    int zOrder() const override;
+    void setZOrder(int zOrder) override;
+    float alpha() const override;
+    void setSeekMode(int seekMode) override;
+    int seekMode() const override;
+    bool isEndFakeFrame() const override;
+    void setClipNode(NLMapNodePtr node) override;
+    NLMapNodePtr clipNode() const override;
+    QSharedPointer<IVideoFrame> makeCopy() const override;
+    QSharedPointer<CVideoStreamInfo> getStreamInfo() const override;
+    void setStreamInfo(QSharedPointer<CVideoStreamInfo> info) override;
+
+    // Writes the pan-and-crop rectangle for this frame's time under "crop" when the
+    // transform animates one; leaves the map alone otherwise.
+    void updateTransform(QVariantMap &transform) const;
+
+private:
+    bool hasClip() const;
+
+    AVFramePtr mFrame;
+    long long mPts = -1;
+    int mSeekMode = 0;
+    QSharedPointer<CVideoStreamInfo> mStreamInfo;
+    int mZOrder = 0;
+    bool mTrunk = false;
+    std::unique_ptr<JSVideoClip> mClip; // the view of the clip this frame shows
+};
+
+// A wrapper with seek mode 0 that carries the stream's description.
+VRFETCHER_EXPORT QSharedPointer<IVideoFrame> makeVideoFrame(AVFramePtr frame,
+                                                            const QSharedPointer<CVideoStreamInfo> &info);
+// The end-of-stream marker: a wrapper without picture.
+VRFETCHER_EXPORT QSharedPointer<IVideoFrame> makeFakeVideoFrame();
+
+} // namespace Veloran
