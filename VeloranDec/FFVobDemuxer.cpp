@@ -8,19 +8,10 @@ namespace Veloran {
 
 namespace {
 
-// A byte seek lands anywhere in a group of pictures, and the frames before its
-// next key frame cannot be decoded properly. Worse, the partial picture that the
-// parser sees first takes the timestamps of the container packet it sits in, and
-// the times of the frames after it are guessed from that wrong start. Video is
-// therefore skipped up to a key frame that starts a container packet of its own
-// (it has a byte position): its times are the ones written in the file. Not for
-// ever though: a stream without such frames is let through after this many.
+// A byte seek lands anywhere in a group of pictures; video is skipped up to an
+// entry point. Not for ever though: a stream that has none where the chapter
+// has them is let through after this many packets.
 constexpr int kMaxSkippedPackets = 300;
-
-bool isCleanEntry(const AVPacket *packet)
-{
-    return (packet->flags & AV_PKT_FLAG_KEY) && packet->pos >= 0;
-}
 
 } // namespace
 
@@ -55,6 +46,7 @@ void FFVobDemuxer::close()
     mChapters.clear();
     mChapterStartUs.clear();
     mTracks.clear();
+    mEntryFloorUs = AV_NOPTS_VALUE;
 }
 
 QVector<VobChapter> FFVobDemuxer::chapters() const
@@ -103,14 +95,15 @@ void FFVobDemuxer::seek(qint64 ms)
     ms = std::max<qint64>(ms, 0);
     const int index = chapterAtMs(ms);
     const VobChapter &chapter = mChapters[index];
-    // A program stream carries its pictures ahead of their time, and reading
-    // resumes only at the next key frame: aiming one key-frame interval early
-    // lands before the time asked for rather than after it.
-    const qint64 intoMs = std::clamp<qint64>(ms - mChapterStartUs[index] / 1000 - chapter.keyIntervalUs / 1000, 0,
+    // Aim early by the chapter's seek lead, so that the byte seek lands before the
+    // entry point the time needs; video then resumes at that entry point.
+    const qint64 intoMs = std::clamp<qint64>(ms - (mChapterStartUs[index] + chapter.seekLeadUs) / 1000, 0,
                                              chapter.durationMs());
     const qint64 pos = chapter.startPos + qint64(double(intoMs) * chapter.bytesPerMs);
     seekByFilePos(std::min(pos, chapter.endPos));
-    resetTracks(index, true);
+    // A chapter without entry points gives nothing better to wait for.
+    resetTracks(index, chapter.entryGapUs > 0);
+    mEntryFloorUs = mChapters.first().firstUs + ms * 1000 - chapter.entryGapUs;
 }
 
 void FFVobDemuxer::seekByStream(qint64 ms, int streamIndex)
@@ -142,14 +135,6 @@ bool FFVobDemuxer::placePacket(AVPacket *packet)
     const AVStream *stream = formatCtx()->streams[packet->stream_index];
     StreamTrack &track = mTracks[packet->stream_index];
 
-    if (track.awaitingKey) {
-        if (!isCleanEntry(packet) && track.skipped < kMaxSkippedPackets) {
-            ++track.skipped;
-            return false;
-        }
-        track.awaitingKey = false;
-    }
-
     const qint64 decodeUs = decodeTimeUs(stream, packet);
     if (packet->pos >= 0)
         track.chapter = chapterAtPos(packet->pos);
@@ -161,6 +146,21 @@ bool FFVobDemuxer::placePacket(AVPacket *packet)
     // The first chapter keeps its own times; each later one follows on where the
     // one before it ended.
     const qint64 shiftUs = mChapters.first().firstUs + mChapterStartUs[track.chapter] - mChapters[track.chapter].firstUs;
+
+    if (track.awaitingKey) {
+        // Entry points at or before the floor are passed over too: the next one is
+        // still no later than the time the seek asked for.
+        const qint64 presentationUs = presentationTimeUs(stream, packet);
+        const bool resume = isEntryPoint(stream, packet)
+            && (presentationUs == AV_NOPTS_VALUE || mEntryFloorUs == AV_NOPTS_VALUE
+                || presentationUs + shiftUs > mEntryFloorUs);
+        if (!resume && track.skipped < kMaxSkippedPackets) {
+            ++track.skipped;
+            return false;
+        }
+        track.awaitingKey = false;
+    }
+
     const int64_t shift = av_rescale_q(shiftUs, AV_TIME_BASE_Q, stream->time_base);
     if (packet->pts != AV_NOPTS_VALUE)
         packet->pts += shift;

@@ -39,7 +39,7 @@ public:
 
 private:
     // Per stream while reading: its chapter, its last decode time and, after a
-    // byte seek, whether its packets are skipped until the next key frame.
+    // byte seek, whether its packets are still skipped.
     struct StreamTrack
     {
         int chapter = 0;
@@ -57,6 +57,9 @@ private:
 
     QVector<VobChapter> mChapters;
     QVector<qint64> mChapterStartUs; // continuous time at which each chapter begins
+    // After a seek: video resumes at the first entry point later than this
+    // (in the file's time as it reads continuously).
+    qint64 mEntryFloorUs = AV_NOPTS_VALUE;
     QVector<StreamTrack> mTracks;
 };
 

@@ -15,7 +15,13 @@ struct VobChapter
     qint64 firstUs = 0;    // earliest timestamp of the chapter, in the file's own time (µs)
     qint64 durationUs = 0; // from firstUs to the end of its last packet
     double bytesPerMs = 0; // average, over the chapter's byte range
-    qint64 keyIntervalUs = 0; // longest distance between video key frames; 0 when unknown
+    // Entry points (see isEntryPoint) are at most this far apart, counting the
+    // chapter's start and end too; 0 without entry points.
+    qint64 entryGapUs = 0;
+    // How much earlier than the time asked for a seek aims, so that it lands before
+    // the entry point that time needs: the entry gap plus how far the pictures run
+    // ahead of an even spread of the bytes over time.
+    qint64 seekLeadUs = 0;
 
     qint64 durationMs() const { return durationUs / 1000; }
 };
@@ -46,6 +52,16 @@ inline bool marksChapters(const AVStream *stream)
 {
     const AVMediaType type = stream->codecpar->codec_type;
     return type == AVMEDIA_TYPE_VIDEO || type == AVMEDIA_TYPE_AUDIO;
+}
+
+// A video key frame that starts a container packet of its own (it has a byte
+// position): reading can begin there, and its times are the ones written in the
+// file. After a seek into the middle of a container packet, the parser gives the
+// partial picture it sees first that packet's times, and guesses the next ones
+// from that wrong start, so only such entry points are trusted.
+inline bool isEntryPoint(const AVStream *stream, const AVPacket *packet)
+{
+    return stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && (packet->flags & AV_PKT_FLAG_KEY) && packet->pos >= 0;
 }
 
 // Whether a stream's decode time going from `previousUs` to `currentUs` starts a

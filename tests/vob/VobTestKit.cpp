@@ -2,6 +2,7 @@
 
 #include "TestMedia.h"
 
+#include <QColor>
 #include <QFile>
 
 #include <cmath>
@@ -28,24 +29,49 @@ int segmentAtMs(qint64 ms)
     return 0;
 }
 
-FrameId identify(const AVFrame *frame)
+namespace {
+
+FrameId fromYuv(double luma, double cb, double cr, int chromaTolerance)
 {
     FrameId id;
-    if (!frame || frame->format != AV_PIX_FMT_YUV420P || frame->width < 2 || frame->height < 2)
-        return id;
-    const int x = frame->width / 2;
-    const int y = frame->height / 2;
-    const int luma = frame->data[0][y * frame->linesize[0] + x];
-    const int cb = frame->data[1][(y / 2) * frame->linesize[1] + x / 2];
-    const int cr = frame->data[2][(y / 2) * frame->linesize[2] + x / 2];
     // Chroma of the segments: (60, 200), (200, 60), (110, 110).
     const int chroma[kSegments][2] = {{60, 200}, {200, 60}, {110, 110}};
     for (int i = 0; i < kSegments; ++i) {
-        if (std::abs(cb - chroma[i][0]) <= 8 && std::abs(cr - chroma[i][1]) <= 8)
+        if (std::abs(cb - chroma[i][0]) <= chromaTolerance && std::abs(cr - chroma[i][1]) <= chromaTolerance)
             id.segment = i;
     }
     id.number = int(std::lround((luma - 16) / 3.0));
     return id;
+}
+
+} // namespace
+
+FrameId identify(const AVFrame *frame)
+{
+    if (!frame || frame->format != AV_PIX_FMT_YUV420P || frame->width < 2 || frame->height < 2)
+        return {};
+    const int x = frame->width / 2;
+    const int y = frame->height / 2;
+    return fromYuv(frame->data[0][y * frame->linesize[0] + x], frame->data[1][(y / 2) * frame->linesize[1] + x / 2],
+                   frame->data[2][(y / 2) * frame->linesize[2] + x / 2], 8);
+}
+
+FrameId identify(const QImage &image)
+{
+    if (image.isNull())
+        return {};
+    const QColor c = image.pixelColor(image.width() / 2, image.height() / 2);
+    const double r = c.red(), g = c.green(), b = c.blue();
+    // Back to limited-range BT.601, the way the frames were made.
+    const double luma = 16 + 0.257 * r + 0.504 * g + 0.098 * b;
+    const double cb = 128 - 0.148 * r - 0.291 * g + 0.439 * b;
+    const double cr = 128 + 0.439 * r - 0.368 * g - 0.071 * b;
+    return fromYuv(luma, cb, cr, 14);
+}
+
+int globalFrame(const FrameId &id)
+{
+    return id.segment < 0 ? -1 : int(segmentStartMs(id.segment) / kFrameMs) + id.number;
 }
 
 qint64 frameMs(const AVFrame *frame, const AVStream *stream, qint64 originUs)

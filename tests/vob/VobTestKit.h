@@ -3,6 +3,7 @@
 #include "FFmpegJoint.h"
 
 #include <QByteArray>
+#include <QImage>
 #include <QString>
 
 // The generated VOB media of this folder: three segments joined byte for byte,
@@ -24,6 +25,11 @@ struct FrameId
 };
 // Reads a decoded 4:2:0 frame's centre: which segment it is from and its number there.
 FrameId identify(const AVFrame *frame);
+
+// The same for a converted picture (an RGB thumbnail).
+FrameId identify(const QImage &image);
+// Whole-file frame index shown: its segment's first frame plus its number; -1 if unknown.
+int globalFrame(const FrameId &id);
 
 // The first decoded frame's time in ms from `originUs`.
 qint64 frameMs(const AVFrame *frame, const AVStream *stream, qint64 originUs);

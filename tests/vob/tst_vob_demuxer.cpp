@@ -43,12 +43,6 @@ int videoStream(const FFDemuxer &demuxer)
     return av_find_best_stream(demuxer.formatCtx().data(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
 }
 
-// Whole-file frame index shown by a decoded frame: its segment's first frame plus its number.
-int globalFrame(const FrameId &id)
-{
-    return id.segment < 0 ? -1 : int(segmentStartMs(id.segment) / kFrameMs) + id.number;
-}
-
 // Reads the decode times of one stream and reports the largest step back and forward.
 struct Steps
 {
