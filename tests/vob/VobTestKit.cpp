@@ -34,13 +34,12 @@ namespace {
 FrameId fromYuv(double luma, double cb, double cr, int chromaTolerance)
 {
     FrameId id;
-    // Chroma of the segments: (60, 200), (200, 60), (110, 110).
-    const int chroma[kSegments][2] = {{60, 200}, {200, 60}, {110, 110}};
+    const int chroma[kSegments][2] = {{120, 136}, {136, 120}, {136, 136}};
     for (int i = 0; i < kSegments; ++i) {
         if (std::abs(cb - chroma[i][0]) <= chromaTolerance && std::abs(cr - chroma[i][1]) <= chromaTolerance)
             id.segment = i;
     }
-    id.number = int(std::lround((luma - 16) / 3.0));
+    id.number = int(std::lround((luma - 32) / 3.0));
     return id;
 }
 
@@ -53,7 +52,7 @@ FrameId identify(const AVFrame *frame)
     const int x = frame->width / 2;
     const int y = frame->height / 2;
     return fromYuv(frame->data[0][y * frame->linesize[0] + x], frame->data[1][(y / 2) * frame->linesize[1] + x / 2],
-                   frame->data[2][(y / 2) * frame->linesize[2] + x / 2], 8);
+                   frame->data[2][(y / 2) * frame->linesize[2] + x / 2], 6);
 }
 
 FrameId identify(const QImage &image)
@@ -66,7 +65,7 @@ FrameId identify(const QImage &image)
     const double luma = 16 + 0.257 * r + 0.504 * g + 0.098 * b;
     const double cb = 128 - 0.148 * r - 0.291 * g + 0.439 * b;
     const double cr = 128 + 0.439 * r - 0.368 * g - 0.071 * b;
-    return fromYuv(luma, cb, cr, 14);
+    return fromYuv(luma, cb, cr, 6);
 }
 
 int globalFrame(const FrameId &id)
