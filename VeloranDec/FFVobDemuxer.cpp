@@ -24,9 +24,7 @@ FFVobDemuxer::~FFVobDemuxer() = default;
 
 bool FFVobDemuxer::open(const QString &path)
 {
-    mChapters.clear();
-    mChapterStartUs.clear();
-    mTracks.clear();
+    clearChapters();
     if (!FFDemuxer::open(path))
         return false;
 
@@ -43,6 +41,11 @@ bool FFVobDemuxer::open(const QString &path)
 void FFVobDemuxer::close()
 {
     FFDemuxer::close();
+    clearChapters();
+}
+
+void FFVobDemuxer::clearChapters()
+{
     mChapters.clear();
     mChapterStartUs.clear();
     mTracks.clear();
@@ -92,7 +95,7 @@ void FFVobDemuxer::seek(qint64 ms)
         FFDemuxer::seek(ms);
         return;
     }
-    ms = std::max<qint64>(ms, 0);
+    ms = std::clamp<qint64>(ms, 0, durationMs());
     const int index = chapterAtMs(ms);
     const VobChapter &chapter = mChapters[index];
     // Aim early by the chapter's seek lead, so that the byte seek lands before the

@@ -49,6 +49,7 @@ private:
     };
 
     bool isChaptered() const { return mChapters.size() > 1; }
+    void clearChapters();
     void resetTracks(int chapter, bool awaitKeys);
     int chapterAtPos(qint64 pos) const;
     int chapterAtMs(qint64 ms) const;

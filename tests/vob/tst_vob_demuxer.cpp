@@ -11,6 +11,8 @@
 #include <QRandomGenerator>
 #include <QtTest>
 
+#include <limits>
+
 using namespace Veloran;
 using namespace VobTestKit;
 
@@ -252,15 +254,26 @@ private Q_SLOTS:
             }
         }
 
-        // Out of range: before the start reads from the start, past the end reads the last bits or nothing.
-        demuxer.seek(-500);
-        const QVector<AVFramePtr> start = decodeFrames(demuxer, decoder, video, 1);
-        QCOMPARE(start.size(), 1);
-        QCOMPARE(globalFrame(identify(start.first().data())), 0);
-        demuxer.seek(60000);
-        QVERIFY(readAllPackets(demuxer).size() < 100);
-        demuxer.seekByStream(1000, 99); // no such stream: nothing happens
-        demuxer.seekByStream(1000, -1);
+        // Out of range: before the start reads from the start, past the end reads the last group of pictures.
+        for (qint64 before : {qint64(-500), std::numeric_limits<qint64>::min()}) {
+            demuxer.seek(before);
+            const QVector<AVFramePtr> start = decodeFrames(demuxer, decoder, video, 1);
+            QCOMPARE(start.size(), 1);
+            QCOMPARE(globalFrame(identify(start.first().data())), 0);
+        }
+        for (qint64 after : {qint64(60000), std::numeric_limits<qint64>::max()}) {
+            demuxer.seek(after);
+            const QVector<AVFramePtr> tail = decodeFrames(demuxer, decoder, video, 100);
+            QVERIFY(!tail.isEmpty() && tail.size() <= 13);
+            QCOMPARE(globalFrame(identify(tail.last().data())), 149);
+        }
+        // No such stream: nothing happens, reading goes on from where it was.
+        demuxer.seek(0);
+        demuxer.seekByStream(3000, 99);
+        demuxer.seekByStream(3000, -1);
+        const QVector<AVFramePtr> still = decodeFrames(demuxer, decoder, video, 1);
+        QCOMPARE(still.size(), 1);
+        QCOMPARE(globalFrame(identify(still.first().data())), 0);
     }
 
     void singleChapterReadsAsPlain()
