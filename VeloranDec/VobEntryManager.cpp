@@ -90,10 +90,4 @@ quint64 VobEntryManager::scanCount() const
     return mScans;
 }
 
-void VobEntryManager::clear()
-{
-    QMutexLocker locker(&mMutex);
-    mEntries.clear();
-}
-
 } // namespace Veloran

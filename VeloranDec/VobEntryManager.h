@@ -31,7 +31,6 @@ public:
     int entryCount() const;
     // How many scans ran in this process (diagnostics).
     quint64 scanCount() const;
-    void clear();
 
 private:
     struct Stamp
