@@ -59,5 +59,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_MAIN(TstVobFetch)
+QTEST_GUILESS_MAIN(TstVobFetch)
 #include "tst_vob_fetch.moc"
