@@ -338,6 +338,7 @@ private Q_SLOTS:
         QVERIFY(demuxer.open(truncated));
         const QVector<VobChapter> chapters = demuxer.chapters();
         QCOMPARE(chapters.size(), 2);
+        QVERIFY(capture.hasRecord(QStringLiteral("---demux--- vob chapters: 2 in ") + truncated));
         QVERIFY(chapters[1].durationMs() > 300 && chapters[1].durationMs() < 1400);
         QVERIFY(demuxer.durationMs() > 2300 && demuxer.durationMs() < 3400);
         const int video = videoStream(demuxer);
