@@ -4,7 +4,6 @@
 
 #include <QDateTime>
 #include <QFileInfo>
-#include <QMutexLocker>
 
 namespace Veloran {
 
@@ -34,11 +33,10 @@ QVector<VobChapter> VobEntryManager::scanVobEntry(const QString &path)
     // Resource paths have no absolute form of their own.
     const QString key = path.startsWith(QLatin1Char(':')) ? path : QFileInfo(path).absoluteFilePath();
 
-    QMutexLocker locker(&mMutex);
+    std::unique_lock<std::mutex> locker(mMutex);
     for (;;) {
         // Another thread is scanning this file: its result will serve us too.
-        while (mScanning.contains(key))
-            mScanFinished.wait(&mMutex);
+        mScanFinished.wait(locker, [&] { return !mScanning.contains(key); });
         const Stamp stamp = stampOf(path);
         auto it = mEntries.find(key);
         if (it == mEntries.end() || !(it->stamp == stamp))
@@ -56,10 +54,10 @@ QVector<VobChapter> VobEntryManager::scanVobEntry(const QString &path)
     entry.stamp = stampOf(path);
     entry.chapters = scanVobChapters(path);
 
-    locker.relock();
+    locker.lock();
     storeLocked(key, entry);
     mScanning.remove(key);
-    mScanFinished.wakeAll();
+    mScanFinished.notify_all();
     return entry.chapters;
 }
 
@@ -80,13 +78,13 @@ void VobEntryManager::storeLocked(const QString &key, const Entry &entry)
 
 int VobEntryManager::entryCount() const
 {
-    QMutexLocker locker(&mMutex);
+    std::lock_guard<std::mutex> locker(mMutex);
     return mEntries.size();
 }
 
 quint64 VobEntryManager::scanCount() const
 {
-    QMutexLocker locker(&mMutex);
+    std::lock_guard<std::mutex> locker(mMutex);
     return mScans;
 }
 

@@ -4,11 +4,12 @@
 #include "vrfetcher_export.h"
 
 #include <QHash>
-#include <QMutex>
 #include <QSet>
 #include <QString>
 #include <QVector>
-#include <QWaitCondition>
+
+#include <condition_variable>
+#include <mutex>
 
 namespace Veloran {
 
@@ -50,8 +51,10 @@ private:
     static Stamp stampOf(const QString &path);
     void storeLocked(const QString &key, const Entry &entry);
 
-    mutable QMutex mMutex;
-    QWaitCondition mScanFinished;
+    // Standard primitives rather than Qt's: they are what ThreadSanitizer sees
+    // through, so races here would not hide among false reports.
+    mutable std::mutex mMutex;
+    std::condition_variable mScanFinished;
     QHash<QString, Entry> mEntries;
     QSet<QString> mScanning;
     quint64 mUseClock = 0;
