@@ -13,7 +13,7 @@ class VRFETCHER_EXPORT IAudioFrame
 public:
     virtual ~IAudioFrame();
 
-    virtual bool isEmpty() const = 0;             // true without samples frame
+    virtual bool isEmpty() const = 0;             // true without an AVFrame
     virtual int format() const = 0;               // sample format, -1 when empty
     virtual long long rawPts() const = 0;         // the frame's own pts, 0 when empty
     virtual long long pts() const = 0;            // the time set by setPts, else the frame's pts

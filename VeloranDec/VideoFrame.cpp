@@ -13,13 +13,9 @@ VideoFrame::VideoFrame(AVFramePtr frame, int seekMode)
 {
 }
 
-// The clip view goes first, then the stream description and the picture.
-VideoFrame::~VideoFrame()
-{
-    mClip.reset();
-    mStreamInfo.reset();
-    mFrame.reset();
-}
+// Members go in reverse order: the clip view first, then the stream description and
+// the picture.
+VideoFrame::~VideoFrame() = default;
 
 int VideoFrame::format() const
 {

@@ -107,8 +107,9 @@ AVFramePtr FFAudioAdapter::adapt(AVFramePtr frame)
         }
     }
 
-    // Every plane the resampler will read must be there; packed audio has one.
-    const int planes = av_sample_fmt_is_planar(mInFormat) ? mInChannels : 1;
+    // Every plane the resampler will read must be there; packed audio has one. The
+    // resampler reads as many planes as its layout has channels.
+    const int planes = av_sample_fmt_is_planar(mInFormat) ? qMax(mInChannels, mInLayout.nb_channels) : 1;
     for (int i = 0; i < planes; ++i) {
         if (!planeOf(frame.data(), i)) {
             VR_LOG << "---player--- channels ,format and data isn't match: "

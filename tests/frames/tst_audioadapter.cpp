@@ -5,6 +5,7 @@
 
 #include <QtTest>
 
+#include <algorithm>
 #include <cmath>
 
 using namespace Veloran;
@@ -47,7 +48,8 @@ private Q_SLOTS:
         QVERIFY(!adapter.adapt(frame));
         QCOMPARE(capture.recordTexts(), QStringList("no SwrContext..."));
         QCOMPARE(capture.records().first().sourcePath(), kSourcePath);
-        QVERIFY(capture.records().first().function().contains(QStringLiteral("Veloran::FFAudioAdapter::adapt(")));
+        QCOMPARE(capture.records().first().function(),
+                 QStringLiteral("Veloran::AVFramePtr Veloran::FFAudioAdapter::adapt(Veloran::AVFramePtr)"));
     }
 
     void stereoS16IsResampledToMonoU8()
@@ -94,7 +96,17 @@ private Q_SLOTS:
         QVERIFY(setUp(adapter, 48000, AV_SAMPLE_FMT_S16P, AV_CH_LAYOUT_STEREO, 44100, 2, AV_SAMPLE_FMT_S16));
         const AVFramePtr frame = TestFrames::silentAudio(AV_SAMPLE_FMT_S16P, TestFrames::layoutOf(AV_CH_LAYOUT_STEREO),
                                                          48000, 960);
-        QVERIFY(adapter.adapt(frame)); // both planes there
+        // Both planes there: left and right keep their own levels, interleaved.
+        std::fill_n(reinterpret_cast<int16_t *>(frame->data[0]), 960, int16_t(1000));
+        std::fill_n(reinterpret_cast<int16_t *>(frame->data[1]), 960, int16_t(-3000));
+        const AVFramePtr out = adapter.adapt(frame);
+        QVERIFY(out);
+        QCOMPARE(out->format, int(AV_SAMPLE_FMT_S16));
+        const auto *interleaved = reinterpret_cast<const int16_t *>(out->data[0]);
+        for (int i = 50; i < out->nb_samples - 50; ++i) {
+            QVERIFY(qAbs(interleaved[2 * i] - 1000) <= 2);
+            QVERIFY(qAbs(interleaved[2 * i + 1] + 3000) <= 2);
+        }
 
         uint8_t *second = frame->data[1];
         frame->data[1] = nullptr;

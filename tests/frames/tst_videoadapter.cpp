@@ -129,7 +129,8 @@ private Q_SLOTS:
                               "create sws_getContext failed"}));
         const Record first = capture.records().first();
         QCOMPARE(first.sourcePath(), QStringLiteral("VeloranDec/Adapter/FFVideoAdapter"));
-        QVERIFY(first.function().startsWith(QStringLiteral("bool Veloran::FFVideoAdapter::setupContext(int, int")));
+        QCOMPARE(first.function(),
+                 QStringLiteral("bool Veloran::FFVideoAdapter::setupContext(int, int, AVPixelFormat, int, int, AVPixelFormat)"));
 
         QCOMPARE(adapter.inWidth(), 64);
         QCOMPARE(adapter.inHeight(), 48);
