@@ -17,6 +17,11 @@ namespace Veloran {
 // byte ranges of the file). Packets without a position (several frames in one
 // container packet) stay in the chapter their stream was in, unless their own
 // timestamp restarts or jumps, which moves the stream on to the next chapter.
+//
+// A seek goes by byte position: the chapter's start plus the time into it times
+// its average bytes per millisecond, aimed early by the chapter's measured seek
+// lead. Video then resumes at the last entry point (a key frame starting a pack)
+// not after the time, so a decoder gets whole pictures with the file's own times.
 class VRFETCHER_EXPORT FFVobDemuxer : public FFDemuxer
 {
     Q_OBJECT
