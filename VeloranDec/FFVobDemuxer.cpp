@@ -35,7 +35,20 @@ bool FFVobDemuxer::open(const QString &path)
         startUs += chapter.durationUs;
     }
     resetTracks(0, false);
+    if (isChaptered())
+        publishDuration();
     return true;
+}
+
+void FFVobDemuxer::publishDuration()
+{
+    // FFmpeg estimated the length from the last chapter's timestamps alone. With
+    // the continuous length in the context, the container and stream descriptions
+    // and the stream readers tell it too.
+    AVFormatContext *ctx = formatCtx().data();
+    ctx->duration = mChapterStartUs.last() + mChapters.last().durationUs;
+    for (unsigned i = 0; i < ctx->nb_streams; ++i)
+        ctx->streams[i]->duration = av_rescale_q(ctx->duration, AV_TIME_BASE_Q, ctx->streams[i]->time_base);
 }
 
 void FFVobDemuxer::close()

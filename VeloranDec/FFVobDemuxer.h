@@ -55,6 +55,7 @@ private:
 
     bool isChaptered() const { return mChapters.size() > 1; }
     void clearChapters();
+    void publishDuration();
     void resetTracks(int chapter, bool awaitKeys);
     int chapterAtPos(qint64 pos) const;
     int chapterAtMs(qint64 ms) const;

@@ -134,6 +134,11 @@ private Q_SLOTS:
             sum += chapter.durationUs;
         QCOMPARE(demuxer.durationMs(), sum / 1000);
         QVERIFY(qAbs(demuxer.durationMs() - 6000) <= 120);
+        // The descriptions of the file tell the same length (each rounding its own way).
+        QVERIFY(qAbs(demuxer.containerInfo()->durationMs - demuxer.durationMs()) <= 10);
+        const QSharedPointer<CVideoStreamInfo> videoInfo = demuxer.videoStreamInfo(videoStream(demuxer));
+        QVERIFY(videoInfo);
+        QVERIFY(qAbs(videoInfo->durationMs - demuxer.durationMs()) <= 10);
         demuxer.close();
         QVERIFY(demuxer.chapters().isEmpty());
         QVERIFY(demuxer.readPacket().isNull());

@@ -32,6 +32,7 @@ private Q_SLOTS:
         FFVideoStreamReader reader;
         QVERIFY(reader.openStream(chaptersPath(), AVMEDIA_TYPE_VIDEO, -1));
         QVERIFY(qAbs(reader.demuxDurationMs() - 6000) <= 120);
+        QVERIFY(qAbs(reader.durationMs() - 6000) <= 120);
 
         // Forward, then backward across the chapters, landing on both sides of each boundary.
         for (qint64 target : {0, 260, 1000, 1990, 2030, 2500, 2900, 3590, 3640, 4700, 5950, 5000, 3300, 1500, 100}) {
