@@ -14,9 +14,11 @@ trap 'rm -rf "$prefix"' EXIT
 cmake --install "$build" --prefix "$prefix" >/dev/null
 
 echo "-- exported symbols"
-bad=$(nm -D --defined-only "$prefix"/lib/libVrFetcher.so | awk '$2 ~ /^[TDBVWRu]$/ {print $3}' \
+# Strong symbols must all be ours; weak ones are inline or template code of Qt's
+# headers that the compiler emitted out of line (for example in Debug builds).
+bad=$(nm -D --defined-only "$prefix"/lib/libVrFetcher.so | awk '$2 ~ /^[TDBR]$/ {print $3}' \
       | c++filt | grep -v -E '^(Veloran::|typeinfo (name )?for Veloran::|vtable for Veloran::|non-virtual thunk to Veloran::|_init$|_fini$|_edata$|_end$|__bss_start$)' \
-      | grep -v -E '<[^>]*Veloran::' || true)
+      || true)
 if [ -n "$bad" ]; then
   echo "symbols outside the Veloran API are exported:" >&2
   echo "$bad" | head -20 >&2

@@ -3,6 +3,8 @@
 #   1. a Debug build (thread assertions on),
 #   2. the same suite under AddressSanitizer + UndefinedBehaviorSanitizer,
 #   3. the scheduler tests (label "threads") under ThreadSanitizer.
+# Between 1 and 2 the Debug tree is installed into a temporary prefix and a host
+# project (examples/consumer) is built and run against the installed package.
 # Test media is generated once into build/test-media and shared by the three builds.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -21,6 +23,9 @@ configure_and_build() { # <dir> [cmake options...]
 echo "== Debug build and tests"
 configure_and_build build/debug
 ctest --test-dir build/debug --output-on-failure -j "$jobs"
+
+echo "== Installed package: consumer example, exported symbols, headers"
+bash scripts/check-install.sh build/debug "$media/sample.mp4"
 
 echo "== AddressSanitizer + UndefinedBehaviorSanitizer"
 configure_and_build build/asan -DVR_SANITIZE="address;undefined" -DVR_BUILD_EXAMPLES=OFF
