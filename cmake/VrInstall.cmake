@@ -51,6 +51,8 @@ if(DOXYGEN_FOUND)
   set(DOXYGEN_EXTRACT_ALL NO)
   set(DOXYGEN_QUIET YES)
   set(DOXYGEN_EXCLUDE_PATTERNS */tests/* */build/* */bench/* */examples/*)
+  # Headers that are not installed are not part of the API.
+  list(TRANSFORM VR_PRIVATE_HEADERS PREPEND ${PROJECT_SOURCE_DIR}/ OUTPUT_VARIABLE DOXYGEN_EXCLUDE)
   # The API is what the headers say; sources are not documented.
   set(DOXYGEN_FILE_PATTERNS *.h)
   # One comment over a \\name group (the value getters) documents each member in it.
