@@ -20,34 +20,54 @@ class FFAudioStreamReader;
 class FFAudioAdapter;
 class IAudioFrame;
 
-// Decoded audio of one stream, converted to one sample format, channel count and
-// rate. Frames the converter refuses are skipped. Used from one thread at a time.
+/// Decoded audio of one stream, converted to one sample format, channel count and
+/// rate. Frames the converter refuses are skipped. Used from the thread that owns
+/// it (opening and reading check this in Debug builds). Failures give false, an
+/// empty frame or list, 0 or -1; nothing throws.
 class VRFETCHER_EXPORT AudioSource : public BasicObject
 {
     Q_OBJECT
 public:
+    /// A source with no stream open.
     explicit AudioSource(QObject *parent = nullptr);
+    /// Deletes the reader and the adapter.
     ~AudioSource() override;
 
-    // nth: the nth audio stream, -1 for the best one.
+    /// Opens an audio stream of the file and sets the output to outFormat,
+    /// outChannels and outSampleRate. nth: the nth audio stream, -1 for the best
+    /// one. False, with no reader left, when the file or the stream does not open.
     bool open(const QString &path, AVSampleFormat outFormat, int outChannels, int nth, int outSampleRate);
-    // Only on an opened source.
+    /// The stream's duration in ms, else the container's. Only meaningful on an
+    /// opened source; 0 otherwise and when unknown.
     long long durationMs();
 
+    /// The frame converted to the output format; the converter is made from the
+    /// first frame when open() could not make it. Empty for an empty frame and
+    /// when the converter refuses it (or holds its samples back for now).
     AVFramePtr adaptFrame(AVFramePtr frame);
+    /// The next frame that converts; it becomes the current frame. Empty at the
+    /// end of the stream and when nothing is open.
     QSharedPointer<IAudioFrame> readNextAdaptFrame();
+    /// The frame at ms, converted (see FFStreamReader::seekAndReadNextFrame() for
+    /// `accurate`); samples held back from before the seek are dropped. Empty when
+    /// no frame converts and when nothing is open.
     QSharedPointer<IAudioFrame> seekAndReadNextAdaptFrame(long long ms, bool accurate);
-    // The frames just before ms, nearest first.
+    /// The frames just before ms, converted, nearest first; n is not used. Empty
+    /// when nothing lies before ms or nothing is open.
     QVector<QSharedPointer<IAudioFrame>> revertSeekAndReadNextAdaptFrame(long long ms, long long n);
+    /// The last frame read or sought; empty before the first.
     QSharedPointer<IAudioFrame> currentAdaptFrame();
 
+    /// The current frame's time in ms; 0 without one.
     long long curPts();
-    // Only on an opened source.
+    /// One codec frame in ms. Only meaningful on an opened source; 0 otherwise.
     long long frameInterval();
+    /// The container index of the open stream; -1 when nothing is open.
     int currentStreamIndex();
 
-    // Moves the source, its reader (with demuxer and decoder) and its adapter;
-    // null detaches them from every thread.
+    /// Moves the source, its reader (with demuxer and decoder) and its adapter;
+    /// null detaches them from every thread. Call it from the thread that
+    /// currently owns the source.
     void moveSelfToThread(QThread *thread);
 
 private:

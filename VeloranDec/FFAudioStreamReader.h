@@ -11,25 +11,32 @@ namespace Veloran {
 
 struct CAudioStreamInfo;
 
-// Decoded frames of one audio stream with times in milliseconds, measured from the
-// file's first audio sample (startTimeMs).
+/// Decoded frames of one audio stream with times in milliseconds, measured from the
+/// file's first audio sample (startTimeMs). Frames without a timestamp get the
+/// predicted one (the samples counted since the last timed frame or seek).
+/// Thread rules and failure results as for FFStreamReader.
 class VRFETCHER_EXPORT FFAudioStreamReader : public FFStreamReader
 {
     Q_OBJECT
 public:
+    /// A reader with no stream open.
     explicit FFAudioStreamReader(QObject *parent = nullptr);
+    /// Logs "~FFAudioStreamReader" through qDebug.
     ~FFAudioStreamReader() override;
 
+    /// Sets pts and best_effort_timestamp to the frame's time in milliseconds from
+    /// the file's first audio sample. Does nothing for an empty frame or when not open.
     void resetPtsToMs(const AVFramePtr &frame) override;
-    // One codec frame's length: 21 ms for 1024 samples at 48 kHz; 40 when the
-    // codec does not say; 0 when not open.
+    /// One codec frame's length: 21 ms for 1024 samples at 48 kHz; 40 when the
+    /// codec does not say; 0 when not open.
     long long frameIntervalsMs() override;
 
-    // The frames just before ms in decoding order; flag and count are not used.
+    /// The frames just before ms in decoding order; flag and count are not used.
     QVector<AVFramePtr> revertSeekAndReadFrame(long long ms, bool flag, long long count);
 
+    /// The open stream's description; null when not open.
     QSharedPointer<CAudioStreamInfo> audioStreamInfo() const;
-    // Time of the file's first audio sample in ms; -1 before a stream was opened.
+    /// Time of the file's first audio sample in ms; -1 before a stream was opened.
     long long startTimeMs() const { return mStartTimeMs; }
 
 protected:

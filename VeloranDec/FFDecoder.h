@@ -7,15 +7,23 @@
 
 namespace Veloran {
 
-// FFmpeg's software decoder for one stream, video, audio or subtitle. Subtitle
-// packets whose text is not UTF-8 are retried as GBK and then passed through.
+/// FFmpeg's software decoder for one stream, video, audio or subtitle. Subtitle
+/// packets whose text is not UTF-8 are retried as GBK and then passed through.
+/// VP8 and VP9 go to libvpx when present (it also decodes WebM alpha).
+///
+/// Used from the thread it lives in (open, send, receive and flush check this in
+/// Debug builds). FFmpeg errors are logged and give false or a null frame.
 class VRFETCHER_EXPORT FFDecoder : public IVideoDecoder
 {
     Q_OBJECT
 public:
+    /// A closed decoder.
     explicit FFDecoder(QObject *parent = nullptr);
     ~FFDecoder() override;
 
+    /// Opens the stream's decoder. `threads` below 0 means half the cores, or one
+    /// thread for still pictures. False, with a log line, when no decoder exists
+    /// or it does not open.
     bool open(const AVStream *stream, int threads) override;
     void close() override;
     bool sendPacket(const AVPacketPtr &pkt) override;
@@ -25,14 +33,18 @@ public:
     AVBufferRef *hwFramesContext() override;
     void *hwDevice() override;
 
+    /// The codec context, shared; null before open() and after close().
     AVCodecContextPtr codecContext() const;
-    // The subtitle character set the context was opened with; empty otherwise.
+    /// The subtitle character set the context was opened with; empty otherwise.
     QString codecCtxCharEnc() const;
-    // Decodes one subtitle packet; `sub` is filled on success (free it with
-    // avsubtitle_free).
+    /// Decodes one subtitle packet; `sub` is filled on success (free it with
+    /// avsubtitle_free), its end_display_time set from the packet's duration in ms.
+    /// False for a null argument, when nothing is open and when every character
+    /// set failed ("Subtitle CharEnc not support" is logged for undecodable text).
     bool decodeSubtitle(const AVPacketPtr &pkt, AVSubtitle *sub);
-    // Replaces the subtitle decoder with one that converts from `charset` in
-    // `mode` (FF_SUB_CHARENC_MODE_*).
+    /// Replaces the subtitle decoder with one that converts from `charset` in
+    /// `mode` (FF_SUB_CHARENC_MODE_*). False when nothing is open or the new one
+    /// does not open; it then refuses to decode.
     bool openSubCodecAgain(const char *charset, int mode);
 
 private:

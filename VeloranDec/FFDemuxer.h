@@ -14,43 +14,66 @@ class QFile;
 
 namespace Veloran {
 
-// Opens one media file (or a file inside the Qt resources, paths starting with
-// ":") and hands out its compressed packets; seeks by time, by stream time and by
-// byte position. Used from one thread at a time.
+/// Opens one media file (or a file inside the Qt resources, paths starting with
+/// ":") and hands out its compressed packets; seeks by time, by stream time and by
+/// byte position. Used from one thread at a time (open() checks it is the owning
+/// one in Debug builds). Failures give false, null or 0 and, where FFmpeg refused,
+/// a log line; nothing throws.
 class VRFETCHER_EXPORT FFDemuxer : public BasicObject
 {
     Q_OBJECT
 public:
+    /// A closed demuxer.
     explicit FFDemuxer(QObject *parent = nullptr);
+    /// Closes the file.
     ~FFDemuxer() override;
 
+    /// Opens the file and reads its stream information. False, with a log line,
+    /// for an empty path, a file FFmpeg cannot open or probe, or a resource that
+    /// does not exist.
     virtual bool open(const QString &path);
+    /// Closes the file; reads then give null. Safe to call twice.
     virtual void close();
-    // Milliseconds of media time from the start of the file.
+    /// Moves to the key frame at or before `ms` milliseconds of media time from the
+    /// start of the file. Does nothing when closed; a refused seek is logged.
     virtual void seek(qint64 ms);
+    /// As seek(), but in the time of the stream with this container index. Does
+    /// nothing when closed or for an index out of range; when the stream refuses,
+    /// a seek over all streams is tried and logged.
     virtual void seekByStream(qint64 ms, int streamIndex);
-    // The next packet of any stream; null at end of file, on errors and when closed.
+    /// The next packet of any stream; null at end of file, on errors and when closed.
     virtual AVPacketPtr readPacket();
-    // Container duration; 0 when unknown or closed.
+    /// Container duration in milliseconds; 0 when unknown or closed.
     virtual qint64 durationMs();
 
-    // The next packet of one stream; packets of other streams are dropped.
+    /// The next packet of one stream; packets of other streams are dropped. Null as
+    /// readPacket().
     AVPacketPtr readPacket(int streamIndex);
+    /// Moves to this byte position of the file. Does nothing when closed; a refused
+    /// seek is logged.
     void seekByFilePos(qint64 bytePos);
 
+    /// The open format context, shared; null when closed.
     AVFormatContextPtr formatCtx() const;
+    /// The path of the last successful open().
     QString path() const;
 
+    /// A description of the container and its streams, made anew on each call;
+    /// null when closed.
     QSharedPointer<ContainerInfo> containerInfo() const;
+    /// The video stream with this container index; null when closed or when that
+    /// stream is not a video stream.
     QSharedPointer<CVideoStreamInfo> videoStreamInfo(int index) const;
+    /// The audio stream with this container index; null when closed or when that
+    /// stream is not an audio stream.
     QSharedPointer<CAudioStreamInfo> audioStreamInfo(int index) const;
 
-    // A new, unopened demuxer: the chapter-aware one for VOB sets when forced or
-    // when enabled by "kVob_DeMux_Enabled", a plain one otherwise.
+    /// A new, unopened demuxer: the chapter-aware one for VOB sets when forced or
+    /// when enabled by "kVob_DeMux_Enabled" for a ".vob" file, a plain one otherwise.
     static QSharedPointer<FFDemuxer> createDemuxer(const QString &path, bool forceVob = false);
 
 protected:
-    // Milliseconds from the file start to the container's time in milliseconds.
+    /// Milliseconds from the file start to the container's time in milliseconds.
     qint64 containerTimeMs(qint64 ms) const;
 
 private:

@@ -18,68 +18,95 @@ namespace Veloran {
 class FFDemuxer;
 class FFDecoder;
 
-// What the video and audio stream readers have in common: one demuxer and one
-// decoder for a single stream of a file, the queue of decoded frames, and the
-// ways of jumping in the stream (plain seek, frame-accurate seek with step-back,
-// reading the run of frames before a time). The readers supply the time rule
-// (how a frame's timestamp becomes milliseconds) and the frame interval.
+/// What the video and audio stream readers have in common: one demuxer and one
+/// decoder for a single stream of a file, the queue of decoded frames, and the
+/// ways of jumping in the stream (plain seek, frame-accurate seek with step-back,
+/// reading the run of frames before a time). The readers supply the time rule
+/// (how a frame's timestamp becomes milliseconds) and the frame interval.
+///
+/// Used from the thread that owns it (opening, reading and seeking check this in
+/// Debug builds); moveSelfToThread() hands it over together with its parts.
+/// Failures give false, an empty frame or 0; nothing throws.
 class VRFETCHER_EXPORT FFStreamReader : public BasicObject
 {
     Q_OBJECT
 public:
+    /// Closes the stream.
     ~FFStreamReader() override;
 
-    // The nth stream of `type` (counting from 0), or the best one when nth < 0.
+    /// Opens the nth stream of `type` (counting from 0), or the best one when nth < 0
+    /// (the first of the type when FFmpeg names none). Uses the demuxer
+    /// FFDemuxer::createDemuxer() picks. False, and closed, when the file does not
+    /// open, has no such stream or its decoder does not open.
     bool openStream(const QString &path, AVMediaType type, int nth);
-    // The stream with this container index, through a plain demuxer.
+    /// Opens the stream with this container index, through a plain demuxer. False,
+    /// and closed, when the file does not open, the index is out of range or the
+    /// decoder does not open.
     bool openStream(const QString &path, int streamIndex);
+    /// Drops the decoder, the demuxer and the queued frames; safe to call twice.
     void close();
 
-    // The next decoded frame, its timestamps untouched; empty at the end of the
-    // stream. Packets the decoder rejects are passed over.
+    /// The next decoded frame, its timestamps untouched; empty at the end of the
+    /// stream, after a read error and when not open. Packets the decoder rejects
+    /// are passed over.
     AVFramePtr readNextRawFrame();
-    // The next frame with its time in milliseconds in pts and best_effort_timestamp.
+    /// The next frame with its time in milliseconds in pts and best_effort_timestamp;
+    /// empty as readNextRawFrame().
     AVFramePtr readNextFrame();
+    /// Rewrites the frame's pts and best_effort_timestamp as milliseconds.
     virtual void resetPtsToMs(const AVFramePtr &frame) = 0;
+    /// The length of one frame in milliseconds; 0 when not open.
     virtual long long frameIntervalsMs() = 0;
 
-    // Drop queued frames, move the demuxer, flush the decoder, restart the
-    // timestamp prediction at ms. The flag is not used.
+    /// Drops queued frames, moves the demuxer to ms, flushes the decoder and
+    /// restarts the timestamp prediction at ms. Does nothing when not open. The
+    /// flag is not used.
     void seek(long long ms, bool flag = false);
+    /// As seek(), but the demuxer seeks in this stream's own time.
     void seekByStream(long long ms, bool flag = false);
 
-    // With accurate, the frame shown at ms (the last one starting at or before it);
-    // otherwise the first frame after the seek.
+    /// With accurate, the frame shown at ms (the last one starting at or before it),
+    /// stepping the seek back up to three times when it lands after ms; otherwise
+    /// the first frame after the seek. Empty when no frame could be read.
     AVFramePtr seekAndReadNextFrame(long long ms, bool accurate);
-    // One step back for an accurate seek that landed after the target; false when
-    // no further step is allowed or useful.
+    /// One step back for an accurate seek that landed after the target: seeks to
+    /// targetMs minus `attempt` times `stepMs` (the first overshoot, set on attempt
+    /// 1) and counts the attempt. False, without seeking, after three attempts, when
+    /// the frame is not after the target or the target lies within the first frame.
     bool seekBack(long long targetMs, long long firstPtsMs, int &attempt, long long &stepMs);
 
+    /// The stream's own duration; 0 when unknown or not open.
     long long durationMs();
+    /// The container's duration; 0 when unknown or not open.
     long long demuxDurationMs();
+    /// The open stream; null when not open. Owned by the demuxer.
     AVStream *getStream();
+    /// The open stream's codec parameters; null when not open.
     AVCodecParameters *getCodecParam();
+    /// The stream's AVMediaType; -1 when not open.
     int mediaType();
+    /// The open stream's container index; -1 when not open.
     int streamIndex() const { return mStreamIndex; }
 
-    // Moves the reader, its demuxer and its decoder; null detaches them.
+    /// Moves the reader, its demuxer and its decoder; null detaches them.
+    /// Call it from the thread that currently owns the reader.
     void moveSelfToThread(QThread *thread);
 
 protected:
     explicit FFStreamReader(QObject *parent = nullptr);
 
-    // Frames in decoding order from the seek landing point up to the first frame at
-    // or after the boundary; the boundary steps back one frame interval at a time
-    // while the seek lands at or after it.
+    /// Frames in decoding order from the seek landing point up to the first frame at
+    /// or after the boundary; the boundary steps back one frame interval at a time
+    /// while the seek lands at or after it. Empty when nothing lies before ms.
     QVector<AVFramePtr> readFramesBefore(long long ms);
 
-    // Called once a stream is open, before openStream returns true.
+    /// Called once a stream is open, before openStream returns true.
     virtual void ensureStreamInfo(const QString &path) = 0;
-    // The position a seek moved to: where the timestamp prediction starts again.
+    /// The position a seek moved to: where the timestamp prediction starts again.
     virtual void restartPrediction(long long ms) = 0;
 
-    QSharedPointer<FFDemuxer> mDemuxer;
-    std::unique_ptr<FFDecoder> mDecoder;
+    QSharedPointer<FFDemuxer> mDemuxer; ///< null when not open
+    std::unique_ptr<FFDecoder> mDecoder; ///< null when not open
 
 private:
     bool openChosenStream(const QString &path, int index);

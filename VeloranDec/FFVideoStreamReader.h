@@ -11,31 +11,44 @@ namespace Veloran {
 
 struct CVideoStreamInfo;
 
-// Decoded frames of one video stream with times in milliseconds, measured from the
-// first audio sample of the file so that video and audio of one file share a time
-// origin (clamped at 0).
+/// Decoded frames of one video stream with times in milliseconds, measured from the
+/// first audio sample of the file so that video and audio of one file share a time
+/// origin (clamped at 0); a file without audio keeps its own times. Frames without
+/// a timestamp get the predicted one (the previous frame's plus one interval).
+/// Thread rules and failure results as for FFStreamReader.
 class VRFETCHER_EXPORT FFVideoStreamReader : public FFStreamReader
 {
     Q_OBJECT
 public:
+    /// A reader with no stream open.
     explicit FFVideoStreamReader(QObject *parent = nullptr);
     ~FFVideoStreamReader() override;
 
-    // Hardware decoding is not available on this platform: always false.
+    /// Hardware decoding is not available on this platform: always false.
     bool openStream_D3D(const QString &path, const QString &gpuName);
 
+    /// Sets pts and best_effort_timestamp to the frame's time in milliseconds from
+    /// the file's first audio sample. Does nothing for an empty frame or when not open.
     void resetPtsToMs(const AVFramePtr &frame) override;
-    // 40 without a usable frame rate, 0 when not open.
+    /// One frame at the stream's frame rate: 40 without a usable frame rate, 0 when
+    /// not open.
     long long frameIntervalsMs() override;
 
-    // The frames just before ms in decoding order; the count is not used.
+    /// The frames just before ms in decoding order; the count is not used.
     QVector<AVFramePtr> revertSeekAndReadFrame(long long ms, long long count);
 
+    /// The open stream's description; null when not open.
     QSharedPointer<CVideoStreamInfo> videoStreamInfo() const;
+    /// True when the stream is a still picture attached to the file (cover art).
     bool isAttachedPic();
+    /// The decoder's name; empty when not open.
     QString coderName() const;
+    /// The decoder's hardware frames context; always null with software decoding.
     AVBufferRef *hwFramesContext() const;
+    /// The decoder's hardware device; always null with software decoding.
     void *d3dDevice() const;
+    /// Time of the file's first audio sample in ms, the origin of frame times;
+    /// -1 for a file without audio, 0 before a stream was opened.
     long long startTimeMs() const { return mStartTimeMs; }
 
 protected:
