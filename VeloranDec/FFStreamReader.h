@@ -93,6 +93,7 @@ public:
     void moveSelfToThread(QThread *thread);
 
 protected:
+    /// A reader with no stream open.
     explicit FFStreamReader(QObject *parent = nullptr);
 
     /// Frames in decoding order from the seek landing point up to the first frame at

@@ -6,18 +6,19 @@
 
 namespace Veloran {
 
-// One frame wanted from a video file: a thumbnail of `width` pixels, or (width < 1)
-// a freeze frame written to `savePath`. Copied by value through the manager's queue,
-// into a picker and back out in the result signal.
+/// One frame wanted from a video file: a thumbnail of `width` pixels, or (width < 1)
+/// a freeze frame written to `savePath`. Copied by value through the manager's queue,
+/// into a picker and back out in the result signal, so it may cross threads freely.
 struct VideoThumbRequest
 {
-    qint64 id = 0;
-    QString filePath;   // the file to read; also the batching and picker-cache key
-    QString savePath;   // target image of a freeze frame; empty for thumbnails
-    qint64 time = 0;    // position handed to VideoSource::seekAndReadNextAdaptFrame
-    int width = 0;      // thumbnail width; 0 marks a freeze frame
-    bool seekFlag = false;
+    qint64 id = 0;         ///< request id; shared by all thumbnails of one fetchVideo call
+    QString filePath;      ///< the file to read; also the batching and picker-cache key
+    QString savePath;      ///< target image of a freeze frame; empty for thumbnails
+    qint64 time = 0;       ///< position handed to VideoSource::seekAndReadNextAdaptFrame, ms
+    int width = 0;         ///< thumbnail width; 0 marks a freeze frame
+    bool seekFlag = false; ///< the frame shown at `time` rather than the key frame a seek lands on
 
+    /// True for a freeze frame (no width), false for a thumbnail.
     bool isFreezeFrame() const { return width < 1; }
 };
 
