@@ -22,6 +22,9 @@ namespace Veloran {
 /// its average bytes per millisecond, aimed early by the chapter's measured seek
 /// lead. Video then resumes at the last entry point (a key frame starting a pack)
 /// not after the time, so a decoder gets whole pictures with the file's own times.
+///
+/// Thread rules and failure results as for FFDemuxer: one thread at a time; a file
+/// that does not open gives false, reads when closed give null.
 class VRFETCHER_EXPORT FFVobDemuxer : public FFDemuxer
 {
     Q_OBJECT
