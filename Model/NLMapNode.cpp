@@ -77,7 +77,28 @@ NLMapNode::~NLMapNode() = default;
 
 QString NLMapNode::tagID() const
 {
-    return mProps->value(kIdKey).toString();
+    return mId;
+}
+
+void NLMapNode::propsChanged()
+{
+    mId = mProps->value(kIdKey).toString();
+    // Built here rather than on first search, so that reading a tree never writes.
+    mChildren.clear();
+    for (auto it = mProps->cbegin(); it != mProps->cend(); ++it) {
+        if (const NLMapNodePtr child = mapChild(it.value()))
+            mChildren.append(child.data());
+        else if (const NLListNodePtr list = listChild(it.value()))
+            mChildren.append(list.data());
+    }
+}
+
+const QVariant *NLMapNode::entry(const QString &key) const
+{
+    const auto it = mProps->constFind(key);
+    if (it == mProps->cend() || !it.value().isValid())
+        return nullptr;
+    return &it.value();
 }
 
 void NLMapNode::resetNode(const QVariantMap &map)
@@ -112,11 +133,13 @@ void NLMapNode::resetNode(const QVariantMap &map)
         }
     }
     mProps.reset(new QVariantMap(std::move(fresh)));
+    propsChanged();
 }
 
 void NLMapNode::modifyNode(const QVariantMap &map)
 {
     mProps->insert(map);
+    propsChanged();
 }
 
 void NLMapNode::assertMapIsSingleLevel(const QVariantMap &) const
@@ -129,15 +152,10 @@ INode *NLMapNode::findNode(const QString &id, INode **parent)
     if (!parent)
         parent = &ignored;
     *parent = nullptr;
-    if (id == tagID())
+    if (id == mId)
         return this;
-    for (auto it = mProps->cbegin(); it != mProps->cend(); ++it) {
-        INode *hit = nullptr;
-        if (const NLMapNodePtr child = mapChild(it.value()))
-            hit = child->findNode(id, parent);
-        else if (const NLListNodePtr list = listChild(it.value()))
-            hit = list->findNode(id, parent);
-        if (hit) {
+    for (INode *child : qAsConst(mChildren)) {
+        if (INode *hit = child->findNode(id, parent)) {
             if (!*parent)
                 *parent = this;
             return hit;
@@ -180,6 +198,7 @@ void NLMapNode::copyOnWrite()
             it.value() = wrap(list->clone());
     }
     mProps.reset(copy);
+    propsChanged();
 }
 
 NLMapNodePtr NLMapNode::clone() const
@@ -193,55 +212,50 @@ NLMapNodePtr NLMapNode::clone() const
         else if (const NLListNodePtr list = listChild(it.value()))
             it.value() = wrap(list->clone());
     }
+    copy->propsChanged();
     return copy;
 }
 
 std::optional<QString> NLMapNode::opStringValue(const QString &key) const
 {
-    const auto it = mProps->constFind(key);
-    if (it == mProps->cend() || !it.value().isValid())
-        return std::nullopt;
-    return it.value().toString();
+    if (const QVariant *value = entry(key))
+        return value->toString();
+    return std::nullopt;
 }
 
 std::optional<int> NLMapNode::opIntValue(const QString &key) const
 {
-    const auto it = mProps->constFind(key);
-    if (it == mProps->cend() || !it.value().isValid())
-        return std::nullopt;
-    return it.value().toInt();
+    if (const QVariant *value = entry(key))
+        return value->toInt();
+    return std::nullopt;
 }
 
 std::optional<qint64> NLMapNode::opInt64Value(const QString &key) const
 {
-    const auto it = mProps->constFind(key);
-    if (it == mProps->cend() || !it.value().isValid())
-        return std::nullopt;
-    return it.value().toLongLong();
+    if (const QVariant *value = entry(key))
+        return value->toLongLong();
+    return std::nullopt;
 }
 
 std::optional<bool> NLMapNode::opBoolValue(const QString &key) const
 {
-    const auto it = mProps->constFind(key);
-    if (it == mProps->cend() || !it.value().isValid())
-        return std::nullopt;
-    return it.value().toBool();
+    if (const QVariant *value = entry(key))
+        return value->toBool();
+    return std::nullopt;
 }
 
 std::optional<double> NLMapNode::opDoubleValue(const QString &key) const
 {
-    const auto it = mProps->constFind(key);
-    if (it == mProps->cend() || !it.value().isValid())
-        return std::nullopt;
-    return it.value().toDouble();
+    if (const QVariant *value = entry(key))
+        return value->toDouble();
+    return std::nullopt;
 }
 
 std::optional<float> NLMapNode::opFloatValue(const QString &key) const
 {
-    const auto it = mProps->constFind(key);
-    if (it == mProps->cend() || !it.value().isValid())
-        return std::nullopt;
-    return it.value().toFloat();
+    if (const QVariant *value = entry(key))
+        return value->toFloat();
+    return std::nullopt;
 }
 
 QString NLMapNode::stringValue(const QString &key) const
@@ -331,6 +345,7 @@ QString NLMapNode::toJson() const
 void NLMapNode::setValue(const QString &key, const QVariant &value)
 {
     (*mProps)[key] = value;
+    propsChanged();
 }
 
 QString NLMapNode::timelineDir() const

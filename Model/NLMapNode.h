@@ -9,6 +9,7 @@
 #include <QString>
 #include <QVariant>
 #include <QVariantMap>
+#include <QVector>
 
 #include <optional>
 
@@ -93,8 +94,16 @@ private:
     NLMapNode(const QVariantMap &map, const QString &timelineDir);
     friend class NLListNode;
 
+    // The entry of `key` when it holds a valid value, else null.
+    const QVariant *entry(const QString &key) const;
+    // To be called after every change of mProps: refreshes the cached id and the
+    // child table.
+    void propsChanged();
+
     QScopedPointer<QVariantMap> mProps;
     QString mTimelineDir;
+    QString mId;                // props["id"] as a string
+    QVector<INode *> mChildren; // child nodes in key order, owned through mProps
 };
 
 } // namespace Veloran
