@@ -4,6 +4,8 @@
 
 #include <QThread>
 
+#include <atomic>
+
 namespace Veloran {
 
 // A thread whose body (tryRun) may throw: the exception is caught in the thread,
@@ -23,7 +25,8 @@ protected:
     void run() final;
     virtual void tryRun() = 0;
 
-    bool finishedSuccess = false;
+    // Written by the thread, read by others: atomic so the read needs no lock.
+    std::atomic_bool finishedSuccess{false};
 };
 
 } // namespace Veloran

@@ -28,8 +28,7 @@ void NLListNode::resetList(const QVariantList &list)
     fresh->reserve(list.size());
     for (const QVariant &element : list) {
         const QVariantMap map = element.toMap();
-        NLMapNodePtr node(new NLMapNode(map, mTimelineDir));
-        const QString id = node->tagID();
+        const QString id = map.value(QStringLiteral("id")).toString();
         NLMapNodePtr existing;
         for (const NLMapNodePtr &current : qAsConst(*mNodes)) {
             if (current->tagID() == id) {
@@ -38,12 +37,12 @@ void NLListNode::resetList(const QVariantList &list)
             }
         }
         if (existing) {
-            // Keep the node others may hold; the freshly built one only gave its id.
+            // Keep the node others may hold; it takes the new values.
             existing->mTimelineDir = mTimelineDir;
             existing->resetNode(map);
             fresh->append(existing);
         } else {
-            fresh->append(node);
+            fresh->append(NLMapNodePtr(new NLMapNode(map, mTimelineDir)));
         }
     }
     mNodes = fresh;

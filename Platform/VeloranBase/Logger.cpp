@@ -1,14 +1,12 @@
 #include "Logger.h"
 
-#include <QMutexLocker>
-
 #include <cstdio>
 
 namespace Veloran {
 
 void Logger::write(const Record &record)
 {
-    QMutexLocker lock(&mMutex);
+    std::lock_guard<std::mutex> lock(mMutex);
     if (mSink)
         mSink(record);
     else
@@ -17,7 +15,7 @@ void Logger::write(const Record &record)
 
 Logger::Sink Logger::setSink(Sink sink)
 {
-    QMutexLocker lock(&mMutex);
+    std::lock_guard<std::mutex> lock(mMutex);
     std::swap(mSink, sink);
     return sink;
 }

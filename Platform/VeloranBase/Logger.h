@@ -3,14 +3,14 @@
 #include "Record.h"
 #include "vrbase_export.h"
 
-#include <QMutex>
-
 #include <functional>
+#include <mutex>
 
 namespace Veloran {
 
 // Takes finished records. By default each becomes one line on stderr; a host
 // (or a test) may install its own sink. Thread-safe: pickers log from pool threads.
+// A standard mutex rather than QMutex, so that ThreadSanitizer sees the locking.
 class VRBASE_EXPORT Logger
 {
 public:
@@ -24,7 +24,7 @@ public:
     static void writeToStderr(const Record &record);
 
 private:
-    QMutex mMutex;
+    std::mutex mMutex;
     Sink mSink;
 };
 

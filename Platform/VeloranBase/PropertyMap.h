@@ -3,9 +3,10 @@
 #include "vrbase_export.h"
 
 #include <QMap>
-#include <QMutex>
 #include <QString>
 #include <QVariant>
+
+#include <mutex>
 
 namespace Veloran {
 
@@ -21,7 +22,7 @@ public:
     QMap<QString, QVariant> snapshot() const;
 
 private:
-    mutable QMutex mMutex;
+    mutable std::mutex mMutex; // visible to ThreadSanitizer, unlike QMutex
     QMap<QString, QVariant> mValues;
 };
 

@@ -11,7 +11,7 @@
 
 #include <atomic>
 #include <cstdio>
-#include <memory>
+#include <thread>
 #include <vector>
 
 #include <fcntl.h>
@@ -161,16 +161,15 @@ private Q_SLOTS:
         LogCapture capture;
         const int threads = 6;
         const int perThread = 300;
-        std::vector<std::unique_ptr<QThread>> workers;
+        std::vector<std::thread> workers;
         for (int t = 0; t < threads; ++t) {
-            workers.emplace_back(QThread::create([t] {
+            workers.emplace_back([t] {
                 for (int i = 0; i < perThread; ++i)
                     VR_LOG << "worker " << t << " line " << i;
-            }));
-            workers.back()->start();
+            });
         }
         for (auto &worker : workers)
-            QVERIFY(worker->wait(30000));
+            worker.join();
 
         const QStringList texts = capture.recordTexts();
         QCOMPARE(texts.size(), threads * perThread);
@@ -207,9 +206,7 @@ private Q_SLOTS:
         QVERIFY(VeloranBaseEntry() != nullptr);
         QCOMPARE(VeloranBaseEntry(), VeloranBaseEntry());
         VeloranBase *fromThread = nullptr;
-        std::unique_ptr<QThread> thread(QThread::create([&] { fromThread = VeloranBaseEntry(); }));
-        thread->start();
-        QVERIFY(thread->wait(10000));
+        std::thread([&] { fromThread = VeloranBaseEntry(); }).join();
         QCOMPARE(fromThread, VeloranBaseEntry());
         QCOMPARE(VeloranBaseEntry()->workGate()->size(), qMax(2, QThread::idealThreadCount()));
         QCOMPARE(VeloranBaseEntry()->workGate()->available(), VeloranBaseEntry()->workGate()->size());
@@ -229,10 +226,9 @@ private Q_SLOTS:
 
         // A waiter gets the slot that another thread releases while it waits.
         std::atomic_int result{-1};
-        std::unique_ptr<QThread> waiter(QThread::create([&] { result = gate.tryAcquire(30000) ? 1 : 0; }));
-        waiter->start();
+        std::thread waiter([&] { result = gate.tryAcquire(30000) ? 1 : 0; });
         gate.release();
-        QVERIFY(waiter->wait(40000));
+        waiter.join();
         QCOMPARE(result.load(), 1);
         QCOMPARE(gate.available(), 0);
         gate.release();

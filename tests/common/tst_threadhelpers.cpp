@@ -8,7 +8,6 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
-#include <QMutex>
 #include <QPointer>
 #include <QProcess>
 #include <QRegularExpression>
@@ -19,6 +18,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <thread>
 
@@ -44,18 +44,31 @@ int runChild(int argc, char **argv, const QByteArray &mode)
     return 0; // only reached when the assertion let the call through
 }
 
-// Runs `fn` on a fresh thread and waits for it.
+// Runs `fn` on a fresh thread and waits for it. Plain threads where Qt is not needed:
+// their join is visible to ThreadSanitizer, QThread::wait() is not always.
 template <typename Fn>
 void runOnOtherThread(Fn fn)
 {
-    std::unique_ptr<QThread> thread(QThread::create(fn));
-    thread->start();
-    QVERIFY(thread->wait(10000));
+    std::thread(fn).join();
 }
 
 class ScriptedThread : public TryThread
 {
 public:
+    ScriptedThread()
+    {
+        // finished is emitted by the thread after run(); reading this flag after
+        // wait() orders the test's reads after everything the run wrote.
+        connect(this, &QThread::finished, this, [this] { done.store(true); }, Qt::DirectConnection);
+    }
+    bool runToEnd()
+    {
+        done = false;
+        start();
+        return wait(10000) && done.load();
+    }
+
+    std::atomic_bool done{false};
     enum class Outcome { Return, ThrowStd, ThrowInt };
     Outcome outcome = Outcome::Return;
     std::atomic_int runs{0};
@@ -110,11 +123,10 @@ private Q_SLOTS:
     {
         WaitCondition condition(false); // the owner's start value is overwritten by wait()
         std::atomic_int result{-1};
-        std::unique_ptr<QThread> waiter(QThread::create([&] { result = condition.wait(30000) ? 1 : 0; }));
-        waiter->start();
+        std::thread waiter([&] { result = condition.wait(30000) ? 1 : 0; });
         // Wakes before the waiter sleeps are lost, so keep waking until it answers.
         QTRY_VERIFY_WITH_TIMEOUT((condition.wakeOne(), result.load() != -1), 20000);
-        QVERIFY(waiter->wait(10000));
+        waiter.join();
         QCOMPARE(result.load(), 1);
     }
 
@@ -122,18 +134,16 @@ private Q_SLOTS:
     {
         WaitCondition condition(true);
         std::atomic_int result{-1};
-        std::unique_ptr<QThread> waiter(QThread::create([&] { result = condition.wait(30000) ? 1 : 0; }));
-        waiter->start();
+        std::thread waiter([&] { result = condition.wait(30000) ? 1 : 0; });
         QTRY_VERIFY_WITH_TIMEOUT((condition.wakeOneFalse(), result.load() != -1), 20000);
-        QVERIFY(waiter->wait(10000));
+        waiter.join();
         QCOMPARE(result.load(), 0);
 
         // The false flag belongs to that wake only: the next wait starts from true.
         result = -1;
-        std::unique_ptr<QThread> second(QThread::create([&] { result = condition.wait(30000) ? 1 : 0; }));
-        second->start();
+        std::thread second([&] { result = condition.wait(30000) ? 1 : 0; });
         QTRY_VERIFY_WITH_TIMEOUT((condition.wakeOne(), result.load() != -1), 20000);
-        QVERIFY(second->wait(10000));
+        second.join();
         QCOMPARE(result.load(), 1);
     }
 
@@ -165,8 +175,7 @@ private Q_SLOTS:
             ScriptedThread thread;
             thread.outcome = outcome;
             QSignalSpy spy(&thread, &TryThread::exceptionThrowOut);
-            thread.start();
-            QVERIFY(thread.wait(10000));
+            QVERIFY(thread.runToEnd());
             QCOMPARE(thread.runs.load(), 1);
             QCOMPARE(spy.count(), 1);
             QCOMPARE(thread.isFinishedSuccess(), false);
@@ -178,20 +187,17 @@ private Q_SLOTS:
         ScriptedThread thread;
         QSignalSpy spy(&thread, &TryThread::exceptionThrowOut);
         QCOMPARE(thread.isFinishedSuccess(), false); // not run yet
-        thread.start();
-        QVERIFY(thread.wait(10000));
+        QVERIFY(thread.runToEnd());
         QCOMPARE(thread.isFinishedSuccess(), true);
         QCOMPARE(spy.count(), 0);
 
         thread.outcome = ScriptedThread::Outcome::ThrowStd;
-        thread.start();
-        QVERIFY(thread.wait(10000));
+        QVERIFY(thread.runToEnd());
         QCOMPARE(thread.isFinishedSuccess(), false);
         QCOMPARE(spy.count(), 1);
 
         thread.outcome = ScriptedThread::Outcome::Return;
-        thread.start();
-        QVERIFY(thread.wait(10000));
+        QVERIFY(thread.runToEnd());
         QCOMPARE(thread.isFinishedSuccess(), true);
         QCOMPARE(spy.count(), 1);
         QCOMPARE(thread.runs.load(), 3);
@@ -209,10 +215,10 @@ private Q_SLOTS:
     void dispatchFromTheTargetThreadItselfIsDeferred()
     {
         EventLoopThread worker;
-        QMutex mutex;
+        std::mutex mutex;
         QStringList order;
         auto note = [&](const QString &step) {
-            QMutexLocker lock(&mutex);
+            std::lock_guard<std::mutex> lock(mutex);
             order.append(step);
         };
         dispatchToThread(&worker.thread, [&] {
@@ -221,7 +227,7 @@ private Q_SLOTS:
             note("outer end");
         });
         auto steps = [&] {
-            QMutexLocker lock(&mutex);
+            std::lock_guard<std::mutex> lock(mutex);
             return order;
         };
         QTRY_COMPARE_WITH_TIMEOUT(steps().size(), 3, 10000);
@@ -249,7 +255,7 @@ private Q_SLOTS:
     void dispatchToMainThreadRunsInTheMainLoopAndFreesItsTimer()
     {
         TimerWatcher watcher;
-        qApp->installEventFilter(&watcher);
+        QCoreApplication::instance()->installEventFilter(&watcher);
         std::atomic<QThread *> ranOn{nullptr};
         std::atomic_int runs{0};
 
@@ -259,7 +265,7 @@ private Q_SLOTS:
         });
         QCOMPARE(runs.load(), 0); // never inside the call, even from the main thread itself
         QTRY_COMPARE_WITH_TIMEOUT(runs.load(), 1, 10000);
-        QCOMPARE(ranOn.load(), qApp->thread());
+        QCOMPARE(ranOn.load(), QCoreApplication::instance()->thread());
 
         // From another thread as well.
         ranOn = nullptr;
@@ -270,12 +276,12 @@ private Q_SLOTS:
             });
         });
         QTRY_COMPARE_WITH_TIMEOUT(runs.load(), 2, 10000);
-        QCOMPARE(ranOn.load(), qApp->thread());
+        QCOMPARE(ranOn.load(), QCoreApplication::instance()->thread());
 
         // Each dispatch used one timer, and each deletes itself after running.
         QCOMPARE(watcher.timers.size(), 2);
         QTRY_VERIFY_WITH_TIMEOUT(watcher.timers.at(0).isNull() && watcher.timers.at(1).isNull(), 10000);
-        qApp->removeEventFilter(&watcher);
+        QCoreApplication::instance()->removeEventFilter(&watcher);
         QCOMPARE(runs.load(), 2); // and runs its function once only
     }
 

@@ -237,6 +237,20 @@ private Q_SLOTS:
         QCOMPARE(roots.size(), 2);
         QVERIFY(std::fabs(roots.at(0) - 2.0) < 1e-9);
 
+        // (t - 3)·((t - 0.5)² + 0.01²): the near-double complex pair stands in with its
+        // real part, since the only real root lies outside [0, 1].
+        roots.clear();
+        const float nearDouble = clip.calculateEquation(1.0, -4.0, 3.2501, -0.7503, roots);
+        QCOMPARE(roots.size(), 2);
+        QVERIFY(std::fabs(roots.at(0) - 3.0) < 1e-9);
+        QVERIFY(std::fabs(nearDouble - 0.5f) < 1e-6f);
+        // A wide complex pair is not reported.
+        roots.clear();
+        capture.clear();
+        QCOMPARE(clip.calculateEquation(1.0, -4.0, 3.5, -1.5, roots), 0.0f); // (t - 3)((t - 0.5)² + 0.5²)
+        QCOMPARE(roots.size(), 1);
+        QVERIFY(capture.hasMessage("error"));
+
         // Roots are appended to what the list already holds.
         QList<double> kept{42.0};
         clip.calculateEquation(1.0, -9.0, 26.0, -24.0, kept);

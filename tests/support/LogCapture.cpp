@@ -2,17 +2,17 @@
 
 #include "VeloranBaseEntry.h"
 
-#include <QMutexLocker>
+#include <atomic>
 
 namespace {
-LogCapture *gActive = nullptr;
+std::atomic<LogCapture *> gActive{nullptr};
 }
 
 LogCapture::LogCapture()
 {
     gActive = this;
     mPreviousSink = Veloran::VeloranBaseEntry()->logger()->setSink([this](const Veloran::Record &record) {
-        QMutexLocker lock(&mMutex);
+        std::lock_guard<std::mutex> lock(mMutex);
         mRecords.append(record);
     });
     mPreviousHandler = qInstallMessageHandler(&LogCapture::messageHandler);
@@ -28,7 +28,7 @@ LogCapture::~LogCapture()
 void LogCapture::messageHandler(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
     if (LogCapture *capture = gActive) {
-        QMutexLocker lock(&capture->mMutex);
+        std::lock_guard<std::mutex> lock(capture->mMutex);
         capture->mMessages.append(message);
     }
     // Fatal messages and test-framework output still go to the default handler.
@@ -38,7 +38,7 @@ void LogCapture::messageHandler(QtMsgType type, const QMessageLogContext &contex
 
 QList<Veloran::Record> LogCapture::records() const
 {
-    QMutexLocker lock(&mMutex);
+    std::lock_guard<std::mutex> lock(mMutex);
     return mRecords;
 }
 
@@ -52,7 +52,7 @@ QStringList LogCapture::recordTexts() const
 
 QStringList LogCapture::messages() const
 {
-    QMutexLocker lock(&mMutex);
+    std::lock_guard<std::mutex> lock(mMutex);
     return mMessages;
 }
 
@@ -77,7 +77,7 @@ bool LogCapture::hasMessage(const QString &text) const
 
 void LogCapture::clear()
 {
-    QMutexLocker lock(&mMutex);
+    std::lock_guard<std::mutex> lock(mMutex);
     mRecords.clear();
     mMessages.clear();
 }

@@ -2,12 +2,12 @@
 
 #include "Record.h"
 
-#include <QMutex>
 #include <QString>
 #include <QStringList>
 #include <QtGlobal>
 
 #include <functional>
+#include <mutex>
 
 // Captures, while alive, every Record handed to the base library's logger and every
 // qDebug/qInfo/qWarning line, so tests can assert on exact texts. Thread-safe.
@@ -28,7 +28,7 @@ public:
 private:
     static void messageHandler(QtMsgType type, const QMessageLogContext &context, const QString &message);
 
-    mutable QMutex mMutex;
+    mutable std::mutex mMutex; // visible to ThreadSanitizer, unlike QMutex
     QList<Veloran::Record> mRecords;
     QStringList mMessages;
     std::function<void(const Veloran::Record &)> mPreviousSink;
