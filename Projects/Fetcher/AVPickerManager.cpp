@@ -51,10 +51,11 @@ AVPickerManager::~AVPickerManager()
     // until it has seen the interruption.
     requestInterruption();
     do {
-        waitCondition.wakeOneFalse();
+        wakeScheduler(false);
     } while (!wait(20));
     stop();
     threadPool.waitForDone();
+    (void)recycles.load(std::memory_order_acquire);
     cleanCache();
     delete wakeTimer;
 }
@@ -62,7 +63,7 @@ AVPickerManager::~AVPickerManager()
 void AVPickerManager::requestVideo(const VideoThumbRequest &request, bool priority)
 {
     {
-        QMutexLocker locker(&requestMutex);
+        std::lock_guard<std::mutex> locker(requestMutex);
         if (priority)
             videoRequests.prepend(request);
         else
@@ -74,7 +75,7 @@ void AVPickerManager::requestVideo(const VideoThumbRequest &request, bool priori
 void AVPickerManager::requestVideoList(QList<VideoThumbRequest> &&list, bool priority)
 {
     {
-        QMutexLocker locker(&requestMutex);
+        std::lock_guard<std::mutex> locker(requestMutex);
         if (priority) {
             list.append(videoRequests);
             videoRequests.swap(list);
@@ -82,19 +83,19 @@ void AVPickerManager::requestVideoList(QList<VideoThumbRequest> &&list, bool pri
             videoRequests.append(list);
         }
     }
-    waitCondition.wakeOne();
+    wakeScheduler();
 }
 
 void AVPickerManager::requestAudio(const AudioSampleRequest &request, bool priority)
 {
     {
-        QMutexLocker locker(&requestMutex);
+        std::lock_guard<std::mutex> locker(requestMutex);
         if (priority)
             audioRequests.prepend(request);
         else
             audioRequests.append(request);
     }
-    waitCondition.wakeOne();
+    wakeScheduler();
 }
 
 void AVPickerManager::wakeDelay()
@@ -103,7 +104,7 @@ void AVPickerManager::wakeDelay()
         // No parent: the timer lives in the thread of the first caller.
         wakeTimer = new QTimer;
         wakeTimer->setSingleShot(true);
-        connect(wakeTimer, &QTimer::timeout, wakeTimer, [this] { waitCondition.wakeOne(); });
+        connect(wakeTimer, &QTimer::timeout, wakeTimer, [this] { wakeScheduler(); });
     });
     QTimer *timer = wakeTimer;
     const auto restart = [timer] {
@@ -120,7 +121,7 @@ void AVPickerManager::wakeDelay()
 void AVPickerManager::clearRequests()
 {
     {
-        QMutexLocker locker(&requestMutex);
+        std::lock_guard<std::mutex> locker(requestMutex);
         videoRequests.clear();
         audioRequests.clear();
     }
@@ -132,12 +133,21 @@ void AVPickerManager::stop()
     clearRequests();
     {
         // Held so that a picker cannot recycle (and be deleted) under our hands.
-        QMutexLocker locker(&runningMutex);
+        std::lock_guard<std::mutex> locker(runningMutex);
         for (AVPicker *picker : qAsConst(runningPickers))
             picker->requestInterruption();
     }
     cleanCache();
-    waitCondition.wakeOneFalse();
+    wakeScheduler(false);
+}
+
+void AVPickerManager::wakeScheduler(bool flag)
+{
+    wakePending.store(true);
+    if (flag)
+        waitCondition.wakeOne();
+    else
+        waitCondition.wakeOneFalse();
 }
 
 void AVPickerManager::dropUnstartedPickers()
@@ -147,7 +157,7 @@ void AVPickerManager::dropUnstartedPickers()
     // holding its slot for ever.
     QList<AVPicker *> dropped;
     {
-        QMutexLocker locker(&runningMutex);
+        std::lock_guard<std::mutex> locker(runningMutex);
         for (AVPicker *picker : qAsConst(runningPickers)) {
             if (threadPool.tryTake(picker))
                 dropped.append(picker);
@@ -161,14 +171,14 @@ void AVPickerManager::dropUnstartedPickers()
         delete picker;
     }
     if (!dropped.isEmpty())
-        waitCondition.wakeOne();
+        wakeScheduler();
 }
 
 void AVPickerManager::cleanCache()
 {
     QList<AVPicker *> idle;
     {
-        QMutexLocker locker(&cacheMutex);
+        std::lock_guard<std::mutex> locker(cacheMutex);
         idle.swap(cachedPickers);
     }
     qDeleteAll(idle);
@@ -179,7 +189,10 @@ void AVPickerManager::run()
     if (isInterruptionRequested())
         return;
     for (;;) {
-        waitCondition.wait(kSchedulerSleepMs);
+        if (!wakePending.exchange(false)) {
+            waitCondition.wait(kSchedulerSleepMs);
+            wakePending.store(false);
+        }
         fillFreeSlots();
         smartCleanCacheQueue();
         if (isInterruptionRequested())
@@ -193,7 +206,7 @@ void AVPickerManager::fillFreeSlots()
         bool videoWaiting = false;
         bool audioWaiting = false;
         {
-            QMutexLocker locker(&requestMutex);
+            std::lock_guard<std::mutex> locker(requestMutex);
             videoWaiting = !videoRequests.isEmpty();
             audioWaiting = !audioRequests.isEmpty();
         }
@@ -214,7 +227,7 @@ void AVPickerManager::fillFreeSlots()
 
 int AVPickerManager::runningCount() const
 {
-    QMutexLocker locker(&runningMutex);
+    std::lock_guard<std::mutex> locker(runningMutex);
     return runningPickers.size();
 }
 
@@ -223,7 +236,7 @@ bool AVPickerManager::isAudioRequestLimited()
     // Until the first thumbnails have been asked for, one audio scan at a time.
     if (!noVideoStarted)
         return false;
-    QMutexLocker locker(&runningMutex);
+    std::lock_guard<std::mutex> locker(runningMutex);
     for (AVPicker *picker : qAsConst(runningPickers)) {
         if (dynamic_cast<AudioPicker *>(picker))
             return true;
@@ -235,7 +248,7 @@ void AVPickerManager::startNextVideoRequest()
 {
     QList<VideoThumbRequest> batch;
     {
-        QMutexLocker locker(&requestMutex);
+        std::lock_guard<std::mutex> locker(requestMutex);
         batch = takeVideoBatch(videoRequests);
     }
     if (batch.isEmpty())
@@ -252,7 +265,7 @@ void AVPickerManager::startNextAudioRequest()
 {
     AudioSampleRequest request;
     {
-        QMutexLocker locker(&requestMutex);
+        std::lock_guard<std::mutex> locker(requestMutex);
         if (audioRequests.isEmpty())
             return;
         request = audioRequests.takeFirst();
@@ -265,8 +278,9 @@ void AVPickerManager::startNextAudioRequest()
 void AVPickerManager::startPicker(AVPicker *picker, bool audio, const QList<qint64> &requestIds)
 {
     picker->setAutoDelete(false);
+    picker->handOver();
     notify({PickerEvent::Started, audio, picker->filePath(), requestIds});
-    QMutexLocker locker(&runningMutex);
+    std::lock_guard<std::mutex> locker(runningMutex);
     runningPickers.append(picker);
     threadPool.start(picker, 0);
 }
@@ -274,7 +288,7 @@ void AVPickerManager::startPicker(AVPicker *picker, bool audio, const QList<qint
 template <typename Kind>
 Kind *AVPickerManager::takeCachedPicker(const QString &filePath)
 {
-    QMutexLocker locker(&cacheMutex);
+    std::lock_guard<std::mutex> locker(cacheMutex);
     for (int i = 0; i < cachedPickers.size(); ++i) {
         Kind *picker = dynamic_cast<Kind *>(cachedPickers.at(i));
         if (picker && picker->filePath() == filePath) {
@@ -303,17 +317,18 @@ void AVPickerManager::recyclePicker(AVPicker *picker, bool reusable)
 {
     notify({PickerEvent::Finished, dynamic_cast<AudioPicker *>(picker) != nullptr, picker->filePath(), {}});
     {
-        QMutexLocker locker(&runningMutex);
+        std::lock_guard<std::mutex> locker(runningMutex);
         runningPickers.removeOne(picker);
     }
     if (!picker->isInterruptionRequested() && reusable) {
-        QMutexLocker locker(&cacheMutex);
+        std::lock_guard<std::mutex> locker(cacheMutex);
         cachedPickers.append(picker);
     } else {
         delete picker;
     }
     lastRecycleMs.store(clock.elapsed());
-    waitCondition.wakeOne();
+    wakeScheduler();
+    recycles.fetch_add(1, std::memory_order_release);
 }
 
 void AVPickerManager::smartCleanCacheQueue()
@@ -322,7 +337,7 @@ void AVPickerManager::smartCleanCacheQueue()
     const qint64 sinceRecycle = last < 0 ? -1 : clock.elapsed() - last;
     QList<AVPicker *> evicted;
     {
-        QMutexLocker locker(&cacheMutex);
+        std::lock_guard<std::mutex> locker(cacheMutex);
         const int n = pickersToEvict(cachedPickers.size(), sinceRecycle);
         evicted = cachedPickers.mid(0, n);
         cachedPickers.erase(cachedPickers.begin(), cachedPickers.begin() + n);
@@ -333,7 +348,7 @@ void AVPickerManager::smartCleanCacheQueue()
 QStringList AVPickerManager::cachedPickerFiles() const
 {
     QStringList files;
-    QMutexLocker locker(&cacheMutex);
+    std::lock_guard<std::mutex> locker(cacheMutex);
     for (AVPicker *picker : cachedPickers)
         files.append(picker->filePath());
     return files;
@@ -341,7 +356,7 @@ QStringList AVPickerManager::cachedPickerFiles() const
 
 void AVPickerManager::setPickerObserver(PickerObserver newObserver)
 {
-    QMutexLocker locker(&observerMutex);
+    std::lock_guard<std::mutex> locker(observerMutex);
     observer = std::move(newObserver);
 }
 
@@ -349,7 +364,7 @@ void AVPickerManager::notify(const PickerEvent &event)
 {
     PickerObserver current;
     {
-        QMutexLocker locker(&observerMutex);
+        std::lock_guard<std::mutex> locker(observerMutex);
         current = observer;
     }
     if (current)

@@ -11,7 +11,8 @@ class AudioSource;
 
 // Answers one audio request: decodes the range as 8-bit mono at 48 kHz and reduces
 // it to `sampleCount` peak-to-peak values, delivered in `count` pieces so that a
-// waveform can be drawn while the scan goes on.
+// waveform can be drawn while the scan goes on. A file that cannot be opened is
+// answered with one empty piece (index 0), so that every request gets an answer.
 class VRFETCHER_EXPORT AudioPicker : public AVPicker
 {
 public:

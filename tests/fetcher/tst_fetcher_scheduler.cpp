@@ -134,7 +134,7 @@ private Q_SLOTS:
         const QString cachedFile = sampleCopy(QStringLiteral("stop-cached.mp4"));
         const qint64 warm = fetcher->fetchVideo(cachedFile, {0}, 32, true, false);
         QTRY_VERIFY_WITH_TIMEOUT(manager->cachedPickerFiles().contains(cachedFile), kLongWaitMs);
-        QCOMPARE(thumbs.size(), 1);
+        QTRY_COMPARE_WITH_TIMEOUT(thumbs.size(), 1, kLongWaitMs);
         QCOMPARE(thumbs.first().at(0).toLongLong(), warm);
 
         PickerLog log(manager);
@@ -185,8 +185,8 @@ private Q_SLOTS:
         // A cached picker is reused for its file (and leaves the cache while it runs).
         PickerLog log(manager);
         QSignalSpy thumbs(fetcher.data(), &IAVFetcher::videoThumb);
-        fetcher->fetchVideo(files.last(), {40}, 32, true, false);
-        QVERIFY(thumbs.wait(kLongWaitMs));
+        const qint64 reuse = fetcher->fetchVideo(files.last(), {40}, 32, true, false);
+        QTRY_VERIFY_WITH_TIMEOUT(!thumbs.isEmpty() && thumbs.last().at(0).toLongLong() == reuse, kLongWaitMs);
         QTRY_COMPARE_WITH_TIMEOUT(manager->cachedPickerFiles().count(files.last()), 1, kLongWaitMs);
         QCOMPARE(manager->cachedPickerFiles().size(), 5);
         QCOMPARE(log.startCount(), 1);
