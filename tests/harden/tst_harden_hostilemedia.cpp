@@ -3,6 +3,7 @@
 #include "VeloranDec/FFAudioStreamReader.h"
 #include "VeloranDec/FFDemuxer.h"
 #include "VeloranDec/FFVideoStreamReader.h"
+#include "VeloranDec/ReadDeadline.h"
 #include "VeloranDec/VideoSource.h"
 
 #include <QDir>
@@ -161,6 +162,31 @@ class HardenHostileMedia : public QObject
 
 private slots:
     void initTestCase() { av_log_set_level(AV_LOG_QUIET); }
+
+    // The interrupt callback FFmpeg polls: quiet while no call is limited, firing
+    // once the innermost limit has passed; inner limits never extend outer ones.
+    void deadlinesNest()
+    {
+        ReadDeadline deadline;
+        const AVIOInterruptCB callback = deadline.interruptCallback();
+        QCOMPARE(callback.callback(callback.opaque), 0);
+        {
+            const ReadDeadline::Scope outer(deadline, 600000);
+            QCOMPARE(callback.callback(callback.opaque), 0);
+            {
+                const ReadDeadline::Scope inner(deadline, 0);
+                QCOMPARE(callback.callback(callback.opaque), 1);
+            }
+            QCOMPARE(callback.callback(callback.opaque), 0);
+        }
+        {
+            const ReadDeadline::Scope outer(deadline, 0);
+            const ReadDeadline::Scope inner(deadline, 600000);
+            QCOMPARE(callback.callback(callback.opaque), 1);
+        }
+        QCOMPARE(callback.callback(callback.opaque), 0);
+        QCOMPARE(callback.callback(nullptr), 0);
+    }
 
     // Every prefix of a file is answered: nothing more than the whole file holds,
     // the very short ones refused, long ones still giving their first frame.
