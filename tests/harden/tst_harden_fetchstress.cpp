@@ -5,7 +5,6 @@
 
 #include <QFile>
 #include <QHash>
-#include <QMutex>
 #include <QRandomGenerator>
 #include <QSet>
 #include <QThread>
@@ -14,6 +13,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 
 #include <unistd.h>
 
@@ -27,7 +27,8 @@ namespace {
 
 // Fetch calls are made under this lock: request ids are unique only while one
 // thread at a time asks for them (the counter is a plain one on purpose).
-QMutex gFetchCallMutex;
+// Standard mutexes throughout: ThreadSanitizer sees them, not Qt's.
+std::mutex gFetchCallMutex;
 
 enum class Kind { Thumb, Freeze, Audio };
 
@@ -62,12 +63,12 @@ class Ledger
 public:
     void add(qint64 id, const Asked &asked)
     {
-        QMutexLocker locker(&mMutex);
+        std::lock_guard<std::mutex> locker(mMutex);
         mAsked.insert(id, asked);
     }
     bool find(qint64 id, Asked *asked) const
     {
-        QMutexLocker locker(&mMutex);
+        std::lock_guard<std::mutex> locker(mMutex);
         if (!mAsked.contains(id))
             return false;
         *asked = mAsked.value(id);
@@ -75,7 +76,7 @@ public:
     }
 
 private:
-    mutable QMutex mMutex;
+    mutable std::mutex mMutex;
     QHash<qint64, Asked> mAsked;
 };
 
@@ -124,7 +125,7 @@ public:
         QList<AnswerKey> expected;
         for (int i = 0; i < count; ++i)
             expected += sendOne();
-        QMutexLocker locker(&mMutex);
+        std::lock_guard<std::mutex> locker(mMutex);
         mMustAnswer += expected;
         calmSent = true;
     }
@@ -134,7 +135,7 @@ public:
     // Answers still missing of those that must come.
     int missing(const QList<AnswerKey> &keys) const
     {
-        QMutexLocker locker(&mMutex);
+        std::lock_guard<std::mutex> locker(mMutex);
         int count = 0;
         for (const AnswerKey &key : keys)
             count += mAnswered.contains(key) ? 0 : 1;
@@ -142,18 +143,18 @@ public:
     }
     QList<AnswerKey> mustAnswer() const
     {
-        QMutexLocker locker(&mMutex);
+        std::lock_guard<std::mutex> locker(mMutex);
         return mMustAnswer;
     }
     QStringList problems() const
     {
-        QMutexLocker locker(&mMutex);
+        std::lock_guard<std::mutex> locker(mMutex);
         return mProblems;
     }
     // Forget the round's bookkeeping (answered keys stay, to catch late repeats).
     void nextRound()
     {
-        QMutexLocker locker(&mMutex);
+        std::lock_guard<std::mutex> locker(mMutex);
         mMustAnswer.clear();
         chaosDone = false;
         calmSent = false;
@@ -182,7 +183,7 @@ private:
     {
         const QString file = mFiles.at(mRandom.bounded(mFiles.size()));
         const int kind = mRandom.bounded(3);
-        QMutexLocker calls(&gFetchCallMutex);
+        std::lock_guard<std::mutex> calls(gFetchCallMutex);
         if (kind == 0) {
             const QVector<qint64> times {mRandom.bounded(1000), 1000 + mRandom.bounded(1000), 2500};
             const qint64 id = mFetcher->fetchVideo(file, times, 48, mRandom.bounded(2) == 0, mRandom.bounded(4) == 0);
@@ -204,9 +205,9 @@ private:
     {
         // An answer may overtake the booking of its request: wait for the sender
         // to finish its call (and booking) first.
-        { QMutexLocker calls(&gFetchCallMutex); }
+        { const std::lock_guard<std::mutex> calls(gFetchCallMutex); }
         Asked asked;
-        QMutexLocker locker(&mMutex);
+        std::lock_guard<std::mutex> locker(mMutex);
         if (!mLedger->find(key.id, &asked) || asked.kind != key.kind || asked.file != file
             || !asked.parts.contains(key.part))
             mProblems << QStringLiteral("answer to a request never made: id %1 part %2 %3").arg(key.id).arg(key.part).arg(file);
@@ -222,7 +223,7 @@ private:
     QSharedPointer<IAVFetcher> mFetcher;
     int mLeft = 0;
 
-    mutable QMutex mMutex;
+    mutable std::mutex mMutex;
     QSet<AnswerKey> mAnswered;
     QList<AnswerKey> mMustAnswer;
     QStringList mProblems;
