@@ -9,17 +9,18 @@
 
 namespace Veloran {
 
-// A video clip: its filters, background and subtitles.
+/// A video clip: its filters, background and subtitles.
 class VRFETCHER_EXPORT JSVideoClip : public JSPicClip
 {
 public:
+    /// A view over `node`; a null node reads every value as absent.
     explicit JSVideoClip(NLMapNodePtr node = NLMapNodePtr());
 
-    QList<QVariantMap> filters() const;
-    QString backgroundStyle() const;
-    QString backgroundValue() const;
-    QString backgroundFillMode() const;
-    QList<QVariantMap> subTitle() const;
+    QList<QVariantMap> filters() const;     ///< the "video_filters" list; empty without it
+    QString backgroundStyle() const;        ///< "background_style", "color" when absent
+    QString backgroundValue() const;        ///< "background_value", "#000000" when absent
+    QString backgroundFillMode() const;     ///< "background_fill_mode", "aspect_fill" when absent
+    QList<QVariantMap> subTitle() const;    ///< the "subtitles" list; empty without it
 };
 
 } // namespace Veloran

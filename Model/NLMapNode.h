@@ -20,13 +20,19 @@ class NLListNode;
 using NLMapNodePtr = QSharedPointer<NLMapNode>;
 using NLListNodePtr = QSharedPointer<NLListNode>;
 
-// A JSON object of the timeline document. Its properties live in one map that is
-// also its child table: a value that was an object holds an NLMapNodePtr, a value
-// that was an array holds an NLListNodePtr, every other value is a plain QVariant.
+/// A JSON object of the timeline document. Its properties live in one map that is
+/// also its child table: a value that was an object holds an NLMapNodePtr, a value
+/// that was an array holds an NLListNodePtr, every other value is a plain QVariant.
+///
+/// A root (id "/") takes its timeline directory from "preview_param"/"timeline_dir";
+/// nodes below share it. No locks: a tree is used by one thread at a time, and copies
+/// held elsewhere are separated by copy-on-write. Bad JSON gives an empty node.
 class VRFETCHER_EXPORT NLMapNode : public INode
 {
 public:
+    /// A node built from `map`, nested maps and lists becoming child nodes.
     explicit NLMapNode(const QVariantMap &map = QVariantMap());
+    /// A node built from JSON object text; text that is not a JSON object gives an empty node.
     explicit NLMapNode(const QString &json);
     ~NLMapNode() override;
 
@@ -38,56 +44,75 @@ public:
     void processCommand(const EditCommand &cmd, INode *parent) override;
     void copyOnWrite() override;
 
-    // Rebuilds the node from a plain map, reusing the existing child node of a key
-    // so that pointers held elsewhere stay valid. Keys missing from `map` disappear.
+    /// Rebuilds the node from a plain map, reusing the existing child node of a key
+    /// so that pointers held elsewhere stay valid. Keys missing from `map` disappear.
     virtual void resetNode(const QVariantMap &map);
-    // Merges `map` into the properties; values are stored as given (no child nodes).
+    /// Merges `map` into the properties; values are stored as given (no child nodes).
     virtual void modifyNode(const QVariantMap &map);
 
+    /// Marks places that expect a map without nested maps or lists; checks nothing.
     void assertMapIsSingleLevel(const QVariantMap &map) const;
 
-    // Empty when the key is absent or holds an invalid QVariant.
+    /// \name Optional values by key
+    //@{
+    /// Empty when the key is absent or holds an invalid value.
     std::optional<QString> opStringValue(const QString &key) const;
     std::optional<int> opIntValue(const QString &key) const;
     std::optional<qint64> opInt64Value(const QString &key) const;
     std::optional<bool> opBoolValue(const QString &key) const;
     std::optional<double> opDoubleValue(const QString &key) const;
     std::optional<float> opFloatValue(const QString &key) const;
+    //@}
 
+    /// \name Values by key
+    //@{
+    /// The value converted as QVariant does, or 0, false or an empty string when absent.
     QString stringValue(const QString &key) const;
     int intValue(const QString &key) const;
     qint64 int64Value(const QString &key) const;
     bool boolValue(const QString &key) const;
     double doubleValue(const QString &key) const;
     float floatValue(const QString &key) const;
+    //@}
 
-    // A stored path resolved against the timeline directory; resource paths (":...")
-    // and drive paths ("C:...") are returned as they are.
+    /// A stored path resolved against the timeline directory; resource paths (":...")
+    /// and drive paths ("C:...") are returned as they are, and so is every path when
+    /// no directory is set.
     QString pathValue(const QString &key) const;
 
+    /// The map child stored under `key`; null when absent or not a map.
     NLMapNodePtr getMapNodeByKey(const QString &key) const;
+    /// The direct list child with id `id` ("<own id>#<key>"); null when none.
     NLListNodePtr getListNodeByID(const QString &id) const;
 
-    QVariantMap toMap() const;     // the properties, children still as node pointers
-    QVariantMap toJsonMap() const; // a plain map, children converted recursively
-    QString toJson() const;        // indented JSON text of toJsonMap()
+    QVariantMap toMap() const;     ///< the properties, children still as node pointers
+    QVariantMap toJsonMap() const; ///< a plain map, children converted recursively
+    QString toJson() const;        ///< indented JSON text of toJsonMap()
 
+    /// Stores `value` under `key` as given (wrap() it to store a child node).
     void setValue(const QString &key, const QVariant &value);
 
+    /// A deep copy: same properties and directory, every child node cloned.
     NLMapNodePtr clone() const;
 
+    /// The directory that pathValue() resolves against.
     QString timelineDir() const;
-    // Sets the directory of this node and of every node below it.
+    /// Sets the directory of this node and of every node below it.
     void setTimelineDir(const QString &dir);
 
-    // Child pointers inside a QVariant; null when the value holds something else.
+    /// Child pointers inside a QVariant; null when the value holds something else.
     static NLMapNodePtr mapChild(const QVariant &value);
-    static NLListNodePtr listChild(const QVariant &value);
+    static NLListNodePtr listChild(const QVariant &value); ///< as mapChild(), for a list child
+    /// A child pointer packed into a QVariant, as the property map stores it.
     static QVariant wrap(const NLMapNodePtr &node);
+    /// \overload
     static QVariant wrap(const NLListNodePtr &list);
 
-    // Meta-type ids of the pointer types, registered on first use.
+    /// Meta-type id of NLMapNodePtr ("Veloran::NLMapNodePtr"), registered on first use
+    /// (thread-safe).
     static int mapMetaTypeId();
+    /// Meta-type id of NLListNodePtr ("Veloran::NLListNodePtr"), registered on first use
+    /// (thread-safe).
     static int listMetaTypeId();
 
 private:

@@ -5,15 +5,16 @@
 
 namespace Veloran {
 
-// The audio frame wrapper. Audio readers keep milliseconds in the frame's pts, so
-// the wrapper's time starts as the frame's pts.
+/// The audio frame wrapper. Audio readers keep milliseconds in the frame's pts, so
+/// the wrapper's time starts as the frame's pts.
 class VRFETCHER_EXPORT AudioFrame : public IAudioFrame
 {
 public:
+    /// Wraps `frame` (may be null: an empty wrapper).
     explicit AudioFrame(AVFramePtr frame);
-    // A silent 48 kHz stereo signed 16-bit frame of its own with room for
-    // `sampleCount` samples and none used yet (nb_samples 0); empty when the buffer
-    // cannot be had.
+    /// A silent 48 kHz stereo signed 16-bit frame of its own with room for
+    /// `sampleCount` samples and none used yet (nb_samples 0); empty when the buffer
+    /// cannot be had.
     explicit AudioFrame(long long sampleCount);
     ~AudioFrame() override;
 
@@ -41,6 +42,7 @@ private:
     int mSeekMode = 0;
 };
 
+/// A shared AudioFrame over `frame`.
 VRFETCHER_EXPORT QSharedPointer<IAudioFrame> makeAudioFrame(AVFramePtr frame);
 
 } // namespace Veloran

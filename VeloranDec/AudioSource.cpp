@@ -105,6 +105,7 @@ QSharedPointer<IAudioFrame> AudioSource::seekAndReadNextAdaptFrame(long long ms,
     assertOwnThread();
     if (!mReader)
         return {};
+    dropDelayedSamples();
     return convertFrom(mReader->seekAndReadNextFrame(ms, accurate));
 }
 
@@ -114,11 +115,18 @@ QVector<QSharedPointer<IAudioFrame>> AudioSource::revertSeekAndReadNextAdaptFram
     QVector<QSharedPointer<IAudioFrame>> result;
     if (!mReader)
         return result;
+    dropDelayedSamples();
     for (const AVFramePtr &frame : mReader->revertSeekAndReadFrame(ms, true, n)) {
         if (AVFramePtr converted = adaptFrame(frame))
             result.prepend(makeAudioFrame(converted));
     }
     return result;
+}
+
+void AudioSource::dropDelayedSamples()
+{
+    if (mAdapter)
+        mAdapter->dropDelayedSamples();
 }
 
 QSharedPointer<IAudioFrame> AudioSource::currentAdaptFrame()

@@ -53,6 +53,8 @@ public:
 private:
     QSharedPointer<IAudioFrame> convertFrom(AVFramePtr frame);
     void deleteReaderAndAdapter();
+    // A seek starts a new stretch of audio: nothing held back from before may leak in.
+    void dropDelayedSamples();
 
     FFAudioStreamReader *mReader = nullptr;
     FFAudioAdapter *mAdapter = nullptr;

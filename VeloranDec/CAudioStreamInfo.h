@@ -6,16 +6,17 @@
 
 namespace Veloran {
 
-// An audio stream's sample layout, straight from its codec parameters.
+/// An audio stream's sample layout, straight from its codec parameters.
+/// Plain data, never changed after it is made.
 struct CAudioStreamInfo : public CStreamInfo
 {
-    int sampleFmt = -1; // AVSampleFormat
-    int channels = 0;
-    int sampleRate = 0;
-    qint64 durationMs = 0;
-    qint64 bitRate = 0;
-    quint64 channelLayout = 0; // legacy channel mask
-    quint32 codecTag = 0;
+    int sampleFmt = -1;        ///< AVSampleFormat
+    int channels = 0;          ///< channel count
+    int sampleRate = 0;        ///< samples per second
+    qint64 durationMs = 0;     ///< stream duration; 0 when unknown
+    qint64 bitRate = 0;        ///< bits per second; 0 when unknown
+    quint64 channelLayout = 0; ///< legacy channel mask
+    quint32 codecTag = 0;      ///< the codec tag (FourCC)
 };
 
 } // namespace Veloran

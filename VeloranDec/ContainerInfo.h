@@ -12,19 +12,21 @@
 
 namespace Veloran {
 
-// An open file described once: container figures and one record per stream.
+/// An open file described once: container figures and one record per stream.
+/// Made by makeContainerInfo() and not changed afterwards; the stream lists are in
+/// stream index order.
 struct VRFETCHER_EXPORT ContainerInfo
 {
-    qint64 durationMs = 0;
-    qint64 startTime = 0; // whole seconds
-    qint64 bitRate = 0;
-    QString formatName;
-    QVector<QSharedPointer<CVideoStreamInfo>> videoStreams;
-    QVector<QSharedPointer<CAudioStreamInfo>> audioStreams;
-    QVector<QSharedPointer<CSubtitleStreamInfo>> subtitleStreams;
-    QVector<QSharedPointer<CStreamInfo>> streams; // every stream, any type
+    qint64 durationMs = 0;                                        ///< container duration in ms (5 ms added before truncating)
+    qint64 startTime = 0;                                         ///< whole seconds
+    qint64 bitRate = 0;                                           ///< container bit rate; 0 when unknown
+    QString formatName;                                           ///< the format's long name; empty when it has none
+    QVector<QSharedPointer<CVideoStreamInfo>> videoStreams;       ///< video streams
+    QVector<QSharedPointer<CAudioStreamInfo>> audioStreams;       ///< audio streams
+    QVector<QSharedPointer<CSubtitleStreamInfo>> subtitleStreams; ///< subtitle streams
+    QVector<QSharedPointer<CStreamInfo>> streams;                 ///< every stream, any type
 
-    // Time base of stream `index`; microseconds when the file has no such stream.
+    /// Time base of stream `index`; microseconds when the file has no such stream.
     AVRational getStreamTimeBase(int index) const;
 };
 

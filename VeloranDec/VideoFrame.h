@@ -9,10 +9,13 @@ namespace Veloran {
 
 class JSVideoClip;
 
-// The video frame wrapper: shares the decoded picture, never copies it.
+/// The video frame wrapper: shares the decoded picture, never copies it. It owns the
+/// view of its clip; copies made by makeCopy() share the clip node, not the view.
 class VRFETCHER_EXPORT VideoFrame : public IVideoFrame
 {
 public:
+    /// Wraps `frame` (null for the end-of-stream marker) with time unset, no stream
+    /// description and no clip.
     VideoFrame(AVFramePtr frame, int seekMode);
     ~VideoFrame() override;
 
@@ -46,8 +49,9 @@ public:
     QSharedPointer<CVideoStreamInfo> getStreamInfo() const override;
     void setStreamInfo(QSharedPointer<CVideoStreamInfo> info) override;
 
-    // Writes the pan-and-crop rectangle for this frame's time under "crop" when the
-    // transform animates one; leaves the map alone otherwise.
+    /// Writes the pan-and-crop rectangle for this frame's time under "crop" when the
+    /// transform animates one ("pan_crop_begin" and "pan_crop_end"); leaves the map alone
+/// otherwise, and without clip.
     void updateTransform(QVariantMap &transform) const;
 
 private:
@@ -62,10 +66,10 @@ private:
     std::unique_ptr<JSVideoClip> mClip; // the view of the clip this frame shows
 };
 
-// A wrapper with seek mode 0 that carries the stream's description.
+/// A wrapper with seek mode 0 that carries the stream's description.
 VRFETCHER_EXPORT QSharedPointer<IVideoFrame> makeVideoFrame(AVFramePtr frame,
                                                             const QSharedPointer<CVideoStreamInfo> &info);
-// The end-of-stream marker: a wrapper without picture.
+/// The end-of-stream marker: a wrapper without picture.
 VRFETCHER_EXPORT QSharedPointer<IVideoFrame> makeFakeVideoFrame();
 
 } // namespace Veloran

@@ -50,8 +50,14 @@ if(DOXYGEN_FOUND)
   set(DOXYGEN_PROJECT_NAME VrFetcher)
   set(DOXYGEN_EXTRACT_ALL NO)
   set(DOXYGEN_QUIET YES)
-  set(DOXYGEN_EXCLUDE_PATTERNS */tests/* */build/* */bench/* */examples/* */Platform/*.cpp)
+  set(DOXYGEN_EXCLUDE_PATTERNS */tests/* */build/* */bench/* */examples/*)
+  # The API is what the headers say; sources are not documented.
+  set(DOXYGEN_FILE_PATTERNS *.h)
+  # One comment over a \\name group (the value getters) documents each member in it.
+  set(DOXYGEN_DISTRIBUTE_GROUP_DOC YES)
+  set(DOXYGEN_WARN_IF_UNDOCUMENTED YES)
+  set(DOXYGEN_USE_MDFILE_AS_MAINPAGE ${PROJECT_SOURCE_DIR}/README.md)
   set(DOXYGEN_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/docs)
   doxygen_add_docs(docs ${PROJECT_SOURCE_DIR}/Common ${PROJECT_SOURCE_DIR}/Model ${PROJECT_SOURCE_DIR}/VeloranDec
-    ${PROJECT_SOURCE_DIR}/Projects ${PROJECT_SOURCE_DIR}/Platform COMMENT "API documentation")
+    ${PROJECT_SOURCE_DIR}/Projects ${PROJECT_SOURCE_DIR}/Platform ${PROJECT_SOURCE_DIR}/README.md COMMENT "API documentation")
 endif()

@@ -3,13 +3,12 @@
 #include "Projects/Fetcher/AudioSampleRequest.h"
 #include "Projects/Fetcher/IAVFetcher.h"
 #include "Projects/Fetcher/VideoThumbRequest.h"
-#include "vrfetcher_export.h"
 
 namespace Veloran {
 
 // Hands requests to the shared picker manager and re-emits the manager's results
 // under the fetcher's own signals. Holds no state of its own.
-class VRFETCHER_EXPORT AVFetcher : public IAVFetcher
+class AVFetcher : public IAVFetcher
 {
     Q_OBJECT
 public:
@@ -32,6 +31,6 @@ private slots:
 
 // The next request id of the process, starting at 1. Not thread-safe: fetch calls
 // are expected from one thread at a time (the host's main thread).
-VRFETCHER_EXPORT qint64 genRequestID();
+qint64 genRequestID();
 
 } // namespace Veloran

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "vrfetcher_export.h"
 
 #include <QRunnable>
 #include <QString>
@@ -15,7 +14,7 @@ class AVPickerManager;
 // switched off before every start), runs it on its pool and, when the run reports
 // back through recyclePicker, caches it with its opened file or deletes it.
 // Once interrupted a picker is never reused, so the flag is never cleared.
-class VRFETCHER_EXPORT AVPicker : public QRunnable
+class AVPicker : public QRunnable
 {
 public:
     AVPicker(const QString &filePath, AVPickerManager *manager);

@@ -47,8 +47,7 @@ AVPickerManager::AVPickerManager()
 
 AVPickerManager::~AVPickerManager()
 {
-    // A wake can be lost while the scheduler is between rounds, so keep waking it
-    // until it has seen the interruption.
+    // Keep waking the scheduler until it has seen the interruption and ended.
     requestInterruption();
     do {
         wakeScheduler(false);

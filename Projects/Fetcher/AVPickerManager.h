@@ -3,7 +3,6 @@
 #include "Common/WaitCondition.h"
 #include "Projects/Fetcher/AudioSampleRequest.h"
 #include "Projects/Fetcher/VideoThumbRequest.h"
-#include "vrfetcher_export.h"
 
 #include <QElapsedTimer>
 #include <QImage>
@@ -33,7 +32,7 @@ class VideoPicker;
 // Three mutexes guard the request queues, the running pickers and the picker cache;
 // no two of them are ever held at once. They are standard mutexes so that the thread
 // sanitizer sees every hand-over between the client, scheduler and pool threads.
-class VRFETCHER_EXPORT AVPickerManager : public QThread
+class AVPickerManager : public QThread
 {
     Q_OBJECT
 public:

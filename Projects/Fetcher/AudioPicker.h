@@ -13,7 +13,7 @@ class AudioSource;
 // it to `sampleCount` peak-to-peak values, delivered in `count` pieces so that a
 // waveform can be drawn while the scan goes on. A file that cannot be opened is
 // answered with one empty piece (index 0), so that every request gets an answer.
-class VRFETCHER_EXPORT AudioPicker : public AVPicker
+class AudioPicker : public AVPicker
 {
 public:
     AudioPicker(const QString &filePath, AVPickerManager *manager);

@@ -17,7 +17,7 @@ class VideoSource;
 // Serves one batch of thumbnail and freeze-frame requests for one video file. The
 // file is opened on the first run and stays open while the picker sits in the
 // manager's cache, so a following batch for the same file starts without reopening.
-class VRFETCHER_EXPORT VideoPicker : public AVPicker
+class VideoPicker : public AVPicker
 {
 public:
     VideoPicker(const QString &filePath, AVPickerManager *manager);

@@ -146,4 +146,11 @@ AVFramePtr FFAudioAdapter::adapt(AVFramePtr frame)
     return out;
 }
 
+void FFAudioAdapter::dropDelayedSamples()
+{
+    // Initialising an initialised resampler again empties its buffers and keeps its options.
+    if (mSwrContext)
+        logIf_FF_Error(swr_init(mSwrContext.data()), "audio swr");
+}
+
 } // namespace Veloran

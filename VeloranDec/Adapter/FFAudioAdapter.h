@@ -11,23 +11,33 @@ extern "C" {
 
 namespace Veloran {
 
-// Converts decoded audio frames to one output sample rate, channel count and sample
-// format with swresample. Frames whose parameters differ from the ones set up
-// rebuild the resampler from the frame's own parameters.
+/// Converts decoded audio frames to one output sample rate, channel count and sample
+/// format with swresample. Frames whose parameters differ from the ones set up
+/// rebuild the resampler from the frame's own parameters.
+///
+/// Used from the thread it lives in (Debug builds abort otherwise; see BasicObject).
+/// Failures are logged and give false or a null frame; nothing throws.
 class VRFETCHER_EXPORT FFAudioAdapter : public BasicObject
 {
     Q_OBJECT
 public:
+    /// An adapter without resampler; call setupContext() before adapt().
     explicit FFAudioAdapter(QObject *parent = nullptr);
     ~FFAudioAdapter() override;
 
-    // Makes a resampler; on failure logs and keeps the earlier one.
+    /// Makes a resampler; on failure logs and keeps the earlier one.
     bool setupContext(int inSampleRate, int inChannels, AVSampleFormat inFormat, AVChannelLayout &inLayout,
                       int outSampleRate, int outChannels, AVSampleFormat outFormat);
 
-    // The converted frame; the input itself when it is already in the output form;
-    // empty (with a log line) when it cannot be converted.
+    /// The converted frame; the input itself when it is already in the output form;
+    /// empty (with a log line) when it cannot be converted or no resampler was set up.
+    /// A null input comes back null.
     AVFramePtr adapt(AVFramePtr frame);
+
+    /// Forgets the samples the resampler holds back between frames, so that audio read
+    /// after a seek does not begin with the tail of what was read before it. Keeps the
+    /// resampler's settings; does nothing without a resampler.
+    void dropDelayedSamples();
 
 private:
     int mInSampleRate = 0;

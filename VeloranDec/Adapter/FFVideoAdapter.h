@@ -6,31 +6,38 @@
 
 namespace Veloran {
 
-// Converts decoded video frames to one output pixel format and size with swscale.
-// A source whose size or format changes gets a new scaler at its own size.
+/// Converts decoded video frames to one output pixel format and size with swscale.
+/// A source whose size or format changes gets a new scaler at its own size.
+///
+/// Used from the thread it lives in (Debug builds abort otherwise; see BasicObject).
+/// Failures are logged and give false or a null frame; nothing throws.
 class VRFETCHER_EXPORT FFVideoAdapter : public BasicObject
 {
     Q_OBJECT
 public:
+    /// An adapter without scaler; adapt() passes frames through until set up or
+    /// given a frame of another format than the output one.
     explicit FFVideoAdapter(QObject *parent = nullptr);
     ~FFVideoAdapter() override;
 
-    // Makes a scaler from the source to the destination; on failure logs and keeps
-    // the earlier scaler and parameters.
+    /// Makes a scaler from the source to the destination; on failure logs and keeps
+    /// the earlier scaler and parameters. The source size must be positive and both
+    /// formats valid; swscale judges the destination size.
     bool setupContext(int srcW, int srcH, AVPixelFormat srcFormat, int dstW, int dstH, AVPixelFormat dstFormat);
 
-    // The converted frame; the input itself when no conversion is needed; empty when
-    // no scaler can be made.
+    /// The converted frame; the input itself when no conversion is needed; empty when
+    /// no scaler can be made. A null input comes back null; a frame whose buffer cannot
+    /// be had, or whose scale fails, comes back without timestamps.
     AVFramePtr adapt(const AVFramePtr &frame);
 
-    // Stores the output format only; the scaler is not rebuilt.
+    /// Stores the output format only; the scaler is not rebuilt.
     void setOutFormat(AVPixelFormat format);
 
-    int inWidth() const { return mInWidth; }
-    int inHeight() const { return mInHeight; }
-    AVPixelFormat inFormat() const { return mInFormat; }
-    AVPixelFormat outFormat() const { return mOutFormat; }
-    int outWidth() const { return mOutWidth; }
+    int inWidth() const { return mInWidth; }               ///< source width of the current scaler
+    int inHeight() const { return mInHeight; }             ///< source height of the current scaler
+    AVPixelFormat inFormat() const { return mInFormat; }   ///< source format of the current scaler
+    AVPixelFormat outFormat() const { return mOutFormat; } ///< output pixel format
+    int outWidth() const { return mOutWidth; }             ///< output width of the current scaler
 
 private:
     int mInWidth = 0;

@@ -1,0 +1,96 @@
+#include "TestMedia.h"
+#include "VobTestKit.h"
+
+#include "VeloranDec/FFVobDemuxer.h"
+#include "VeloranDec/VobEntryManager.h"
+
+#include <QThread>
+#include <QtTest>
+
+#include <atomic>
+#include <memory>
+#include <vector>
+
+using namespace Veloran;
+using namespace VobTestKit;
+
+class TstVobThreads : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    // Pickers on pool threads open the same file at once: one scan serves them all.
+    void concurrentScansOfOnePathScanOnce()
+    {
+        const QString path = writeScratch("threads", "shared.VOB", readAll(chaptersPath()));
+        QVERIFY(!path.isEmpty());
+        VobEntryManager *index = VobEntryManager::sharedInstance();
+        const quint64 scans = index->scanCount();
+
+        constexpr int kThreads = 8;
+        std::atomic<int> arrived {0};
+        QVector<QVector<VobChapter>> results(kThreads);
+        std::vector<std::unique_ptr<QThread>> threads;
+        for (int i = 0; i < kThreads; ++i) {
+            threads.emplace_back(QThread::create([&, i] {
+                ++arrived;
+                // Start together, so the scans really overlap.
+                while (arrived.load() < kThreads)
+                    QThread::yieldCurrentThread();
+                results[i] = index->scanVobEntry(path);
+            }));
+            threads.back()->start();
+        }
+        for (auto &thread : threads)
+            QVERIFY(thread->wait(120000));
+
+        QCOMPARE(index->scanCount(), scans + 1);
+        for (const QVector<VobChapter> &chapters : results) {
+            QCOMPARE(chapters.size(), kSegments);
+            for (int c = 0; c < kSegments; ++c) {
+                QCOMPARE(chapters[c].startPos, results[0][c].startPos);
+                QCOMPARE(chapters[c].durationUs, results[0][c].durationUs);
+            }
+        }
+    }
+
+    // Demuxers on several threads open and read files the index knows or is
+    // scanning, while the index keeps evicting entries around them.
+    void demuxersOnManyThreadsShareTheIndex()
+    {
+        const QByteArray bytes = readAll(chaptersPath());
+        QStringList paths;
+        for (int i = 0; i < 3; ++i)
+            paths << writeScratch(QStringLiteral("threads-%1").arg(i), QStringLiteral("file%1.VOB").arg(i), bytes);
+
+        constexpr int kThreads = 6;
+        QVector<qint64> durations(kThreads, -1);
+        QVector<int> packets(kThreads, 0);
+        std::vector<std::unique_ptr<QThread>> threads;
+        for (int i = 0; i < kThreads; ++i) {
+            threads.emplace_back(QThread::create([&, i] {
+                FFVobDemuxer demuxer; // belongs to this thread
+                if (!demuxer.open(paths[i % paths.size()]))
+                    return;
+                durations[i] = demuxer.durationMs();
+                demuxer.seek(2500 + 300 * i);
+                while (demuxer.readPacket() && packets[i] < 100000)
+                    ++packets[i];
+                // Entries of other files come and go meanwhile.
+                for (int k = 0; k < 20; ++k)
+                    VobEntryManager::sharedInstance()->scanVobEntry(
+                        TestMedia::path(QStringLiteral("vob-missing-%1-%2.vob").arg(i).arg(k)));
+            }));
+            threads.back()->start();
+        }
+        for (auto &thread : threads)
+            QVERIFY(thread->wait(120000));
+        for (int i = 0; i < kThreads; ++i) {
+            QVERIFY2(qAbs(durations[i] - 6000) <= 120, qPrintable(QString::number(durations[i])));
+            QVERIFY(packets[i] > 0);
+        }
+        QVERIFY(VobEntryManager::sharedInstance()->entryCount() <= VobEntryManager::kMaxEntries);
+    }
+};
+
+QTEST_GUILESS_MAIN(TstVobThreads)
+#include "tst_vob_threads.moc"
