@@ -2,6 +2,8 @@
 # Builds the fuzzers with clang and runs each for a while; fails when any run finds
 # a crash, a hang, a leak or a broken check.
 #   fuzz/run.sh [seconds per target, default 60] [target ...]
+# VR_FUZZ_SEED=N fixes libFuzzer's random seed (default 0: a fresh seed each run), so
+# a short run in CI replays the same mutations that were checked before it landed.
 # Findings land in build/fuzz/findings/ (copy them to fuzz/regressions/<target>/ to
 # have the regression test replay them); the corpora grow in build/fuzz/corpus/.
 set -euo pipefail
@@ -30,7 +32,7 @@ for target in "${targets[@]}"; do
   # Leaks are checked at exit of every run; a run over 20 s counts as a hang.
   if ! nice "$build/fuzz/fuzz_$target" "$corpus" "${seeds[$target]}" fuzz/regressions/"$target" \
       -max_total_time="$seconds" -timeout=20 -rss_limit_mb=3072 -max_len="${maxlen[$target]}" \
-      -artifact_prefix="$findings/" -print_final_stats=1 2>"$build/fuzz_$target.log"; then
+      -seed="${VR_FUZZ_SEED:-0}" -artifact_prefix="$findings/" -print_final_stats=1 2>"$build/fuzz_$target.log"; then
     found=1
   fi
   grep -E "stat::number_of_executed_units|stat::peak_rss_mb" "$build/fuzz_$target.log" || true

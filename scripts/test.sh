@@ -37,4 +37,4 @@ configure_and_build build/tsan -DVR_SANITIZE=thread -DVR_BUILD_EXAMPLES=OFF
 VR_STRESS_SMALL=1 ctest --test-dir build/tsan --output-on-failure -j "$jobs" -L threads
 
 echo "== Fuzzing (60 s per target)"
-bash fuzz/run.sh 60
+VR_FUZZ_SEED=1 bash fuzz/run.sh 60
