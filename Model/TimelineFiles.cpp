@@ -1,6 +1,7 @@
 #include "TimelineFiles.h"
 
 #include "Common/Helpers.h"
+#include "Model/JsonDuplicateKeys.h"
 
 #include <QDebug>
 #include <QDir>
@@ -13,6 +14,20 @@
 #include <QTextStream>
 
 namespace Veloran {
+
+namespace {
+
+// Null for text that does not parse, and for objects with a repeated key: Qt's
+// parser would leak the value the repeat replaces.
+QJsonDocument parseJson(const QString &json)
+{
+    const QByteArray utf8 = json.toUtf8();
+    if (jsonHasDuplicateKeys(utf8))
+        return {};
+    return QJsonDocument::fromJson(utf8);
+}
+
+} // namespace
 
 QString getFileContent(const QString &path)
 {
@@ -44,7 +59,7 @@ void saveToFile(const QString &content, const QString &path)
 
 QVariantMap jsonToVariantMap(const QString &json)
 {
-    const QJsonDocument document = QJsonDocument::fromJson(json.toUtf8());
+    const QJsonDocument document = parseJson(json);
     if (document.isNull())
         return {};
     return document.object().toVariantMap();
@@ -52,7 +67,7 @@ QVariantMap jsonToVariantMap(const QString &json)
 
 QVariantList jsonToVariantList(const QString &json)
 {
-    const QJsonDocument document = QJsonDocument::fromJson(json.toUtf8());
+    const QJsonDocument document = parseJson(json);
     if (document.isNull())
         return {};
     return document.array().toVariantList();

@@ -12,6 +12,15 @@ namespace Veloran {
 
 namespace {
 
+// Limits against headers that claim gigantic pictures or audio frames: the
+// decoder refuses such data instead of allocating for it. 16384 x 16384 is far
+// beyond any camera or screen recording.
+void limitFrameSizes(AVCodecContext *context)
+{
+    context->max_pixels = 16384LL * 16384LL;
+    context->max_samples = 1LL << 22;
+}
+
 int defaultThreadCount()
 {
     return static_cast<int>((std::thread::hardware_concurrency() + 1) / 2);
@@ -81,6 +90,7 @@ bool FFDecoder::open(const AVStream *stream, int threads)
     if (!context)
         return false;
     mCodecCtx = context;
+    limitFrameSizes(mCodecCtx.data());
 
     if (threads >= 0)
         mCodecCtx->thread_count = threads;
@@ -243,6 +253,7 @@ bool FFDecoder::openSubCodecAgain(const char *charset, int mode)
         return false;
     const AVRational timeBase = mCodecCtx->time_base;
     mCodecCtx = context;
+    limitFrameSizes(mCodecCtx.data());
     mCodecCtx->thread_count = defaultThreadCount();
     prepareSubtitleContext(mCodecCtx.data(), timeBase, charset, mode);
     return openContext(decoder, parameters.data());

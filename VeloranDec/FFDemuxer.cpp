@@ -16,6 +16,11 @@ namespace Veloran {
 
 namespace {
 
+// Limits for one blocking call: a stalled or endless source gives up after them.
+// Opening covers probing, which reads and decodes the first packets of each stream.
+constexpr qint64 kOpenDeadlineMs = 15000;
+constexpr qint64 kReadDeadlineMs = 10000;
+
 QString errorText(int code)
 {
     char text[256] = {0};
@@ -33,7 +38,7 @@ FFDemuxer::FFDemuxer(QObject *parent)
 FFDemuxer::~FFDemuxer()
 {
     // The format context goes first: closing it may still call back into the file.
-    mFormatCtx.reset();
+    releaseFormatCtx();
     delete mQrcFile;
 }
 
@@ -43,12 +48,15 @@ bool FFDemuxer::open(const QString &path)
     if (path.isEmpty())
         return false;
 
+    const ReadDeadline::Scope deadline(mDeadline, kOpenDeadlineMs);
+    const AVIOInterruptCB interrupt = mDeadline.interruptCallback();
     int result = 0;
     if (path.at(0) != QLatin1Char(':')) {
-        result = openInputContext(mFormatCtx, path.toUtf8().constData(), nullptr);
+        releaseFormatCtx();
+        result = openInputContext(mFormatCtx, path.toUtf8().constData(), nullptr, &interrupt);
     } else {
         // The open context may still read from the old resource file: drop it first.
-        mFormatCtx.reset();
+        releaseFormatCtx();
         delete mQrcFile;
         mQrcFile = new QFile(path);
         if (!mQrcFile->open(QIODevice::ReadOnly)) {
@@ -83,11 +91,19 @@ int FFDemuxer::openResource()
     AVIOContext *io = avio_alloc_context(nullptr, 0, 0, mQrcFile, qrc_read_packet, nullptr, qrc_seek);
     if (!io)
         return AVERROR(ENOMEM);
-    return openInputContext(mFormatCtx, nullptr, io);
+    const AVIOInterruptCB interrupt = mDeadline.interruptCallback();
+    return openInputContext(mFormatCtx, nullptr, io, &interrupt);
 }
 
 void FFDemuxer::close()
 {
+    releaseFormatCtx();
+}
+
+void FFDemuxer::releaseFormatCtx()
+{
+    if (mFormatCtx)
+        mFormatCtx->interrupt_callback = AVIOInterruptCB {nullptr, nullptr};
     mFormatCtx.reset();
 }
 
@@ -104,6 +120,7 @@ void FFDemuxer::seek(qint64 ms)
     if (!mFormatCtx)
         return;
     const qint64 t = containerTimeMs(ms);
+    const ReadDeadline::Scope deadline(mDeadline, kReadDeadlineMs);
     avformat_flush(mFormatCtx.data());
     const int result = av_seek_frame(mFormatCtx.data(), -1, t * 1000, AVSEEK_FLAG_BACKWARD);
     if (result < 0)
@@ -115,6 +132,7 @@ void FFDemuxer::seekByStream(qint64 ms, int streamIndex)
     if (streamIndex < 0 || !mFormatCtx || streamIndex >= static_cast<int>(mFormatCtx->nb_streams))
         return;
     const qint64 t = containerTimeMs(ms);
+    const ReadDeadline::Scope deadline(mDeadline, kReadDeadlineMs);
     avformat_flush(mFormatCtx.data());
     const qint64 target = av_rescale_q(t, AVRational {1, 1000}, mFormatCtx->streams[streamIndex]->time_base);
     const int result = av_seek_frame(mFormatCtx.data(), streamIndex, target, AVSEEK_FLAG_BACKWARD);
@@ -132,6 +150,7 @@ void FFDemuxer::seekByFilePos(qint64 bytePos)
 {
     if (!mFormatCtx)
         return;
+    const ReadDeadline::Scope deadline(mDeadline, kReadDeadlineMs);
     avformat_flush(mFormatCtx.data());
     const int result = av_seek_frame(mFormatCtx.data(), -1, bytePos, AVSEEK_FLAG_BYTE);
     if (result < 0)
@@ -145,6 +164,7 @@ AVPacketPtr FFDemuxer::readPacket()
     AVPacketPtr packet = makeAVPacketPtr(av_packet_alloc());
     if (!packet)
         return {};
+    const ReadDeadline::Scope deadline(mDeadline, kReadDeadlineMs);
     // An empty packet ends reading like end of file does.
     if (av_read_frame(mFormatCtx.data(), packet.data()) != 0 || packet->size < 1)
         return {};
@@ -153,6 +173,9 @@ AVPacketPtr FFDemuxer::readPacket()
 
 AVPacketPtr FFDemuxer::readPacket(int streamIndex)
 {
+    // One limit for the whole search: an endless source of other streams' packets
+    // must not keep it going.
+    const ReadDeadline::Scope deadline(mDeadline, kReadDeadlineMs);
     for (;;) {
         AVPacketPtr packet = readPacket();
         if (!packet || packet->stream_index == streamIndex)

@@ -5,6 +5,7 @@
 #include "VeloranDec/CAudioStreamInfo.h"
 #include "VeloranDec/CVideoStreamInfo.h"
 #include "VeloranDec/ContainerInfo.h"
+#include "VeloranDec/ReadDeadline.h"
 #include "vrfetcher_export.h"
 
 #include <QSharedPointer>
@@ -78,10 +79,14 @@ protected:
 
 private:
     int openResource();
+    // Drops the format context; a copy held elsewhere stops calling our deadline.
+    void releaseFormatCtx();
 
     AVFormatContextPtr mFormatCtx;
     QFile *mQrcFile = nullptr;
     QString mPath;
+    // Limits every blocking call on the format context (see ReadDeadline).
+    ReadDeadline mDeadline;
 };
 
 } // namespace Veloran

@@ -9,6 +9,10 @@ namespace Veloran {
 
 namespace {
 
+// How often a backward read moves its boundary one frame back before giving up.
+// Real files need one or two steps (a seek landing exactly on the boundary).
+constexpr int kMaxStepsBack = 50;
+
 // The first stream of `type` counting from 0 whose count reaches nth; -1 if none.
 int nthStreamOfType(const AVFormatContext *ctx, AVMediaType type, int nth)
 {
@@ -206,6 +210,7 @@ QVector<AVFramePtr> FFStreamReader::readFramesBefore(long long ms)
     long long boundary = ms;
     seek(boundary);
     QVector<AVFramePtr> result;
+    int stepsBack = 0;
     for (;;) {
         AVFramePtr frame = readNextFrame();
         if (!frame)
@@ -216,10 +221,12 @@ QVector<AVFramePtr> FFStreamReader::readFramesBefore(long long ms)
         }
         if (!result.isEmpty())
             return result;
-        // The seek landed at or after the boundary: move it one frame back.
+        // The seek landed at or after the boundary: move it one frame back. Files
+        // with broken timestamps (a wrapped clock claiming hours) land after every
+        // boundary; without a limit they would be stepped through frame by frame.
         const long long interval = frameIntervalsMs();
         boundary -= interval;
-        if (boundary < 0 || interval < 1)
+        if (boundary < 0 || interval < 1 || ++stepsBack > kMaxStepsBack)
             return result;
         seek(boundary);
     }

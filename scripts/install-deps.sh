@@ -8,6 +8,7 @@ packages=(
   qtbase5-dev qtbase5-dev-tools libqt5remoteobjects5-dev
   libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libswresample-dev
   ffmpeg libimage-exiftool-perl
+  clang libclang-rt-14-dev
 )
 
 missing=()

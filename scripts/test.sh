@@ -2,10 +2,11 @@
 # Installs what is missing, builds, and runs the whole test suite through ctest:
 #   1. a Debug build (thread assertions on),
 #   2. the same suite under AddressSanitizer + UndefinedBehaviorSanitizer,
-#   3. the scheduler tests (label "threads") under ThreadSanitizer.
+#   3. the scheduler tests (label "threads") under ThreadSanitizer,
+#   4. each libFuzzer target for 60 s (clang build in build/fuzz); any finding fails.
 # Between 1 and 2 the Debug tree is installed into a temporary prefix and a host
 # project (examples/consumer) is built and run against the installed package.
-# Test media is generated once into build/test-media and shared by the three builds.
+# Test media is generated once into build/test-media and shared by the builds.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -33,4 +34,7 @@ ctest --test-dir build/asan --output-on-failure -j "$jobs" -LE no-asan
 
 echo "== ThreadSanitizer (threading tests)"
 configure_and_build build/tsan -DVR_SANITIZE=thread -DVR_BUILD_EXAMPLES=OFF
-ctest --test-dir build/tsan --output-on-failure -j "$jobs" -L threads
+VR_STRESS_SMALL=1 ctest --test-dir build/tsan --output-on-failure -j "$jobs" -L threads
+
+echo "== Fuzzing (60 s per target)"
+VR_FUZZ_SEED=1 bash fuzz/run.sh 60

@@ -84,7 +84,7 @@ SwrContextPtr makeSwrContextPtr(SwrContext *context)
     return SwrContextPtr(context, [](SwrContext *c) { swr_free(&c); });
 }
 
-int openInputContext(AVFormatContextPtr &out, const char *url, AVIOContext *customIO)
+int openInputContext(AVFormatContextPtr &out, const char *url, AVIOContext *customIO, const AVIOInterruptCB *interrupt)
 {
     out.reset();
     AVFormatContext *context = avformat_alloc_context();
@@ -96,6 +96,8 @@ int openInputContext(AVFormatContextPtr &out, const char *url, AVIOContext *cust
         context->pb = customIO;
         context->flags |= AVFMT_FLAG_CUSTOM_IO;
     }
+    if (interrupt)
+        context->interrupt_callback = *interrupt;
     const int result = avformat_open_input(&context, url, nullptr, nullptr);
     if (result != 0) {
         // avformat_open_input has freed `context` already; the I/O context is still ours.

@@ -51,8 +51,10 @@ FFJOINT_EXPORT SwrContextPtr makeSwrContextPtr(SwrContext *context);
 /// FFmpeg frees a caller-allocated context when opening fails. On success `out`
 /// holds the opened context (custom I/O, when given, is owned by it from then on);
 /// on failure `out` is null and the custom I/O context is freed here. Returns
-/// avformat_open_input's result.
-FFJOINT_EXPORT int openInputContext(AVFormatContextPtr &out, const char *url, AVIOContext *customIO);
+/// avformat_open_input's result. An interrupt callback, when given, is installed
+/// before opening, so that it can already end a stalled open.
+FFJOINT_EXPORT int openInputContext(AVFormatContextPtr &out, const char *url, AVIOContext *customIO,
+                                    const AVIOInterruptCB *interrupt = nullptr);
 
 /// Logs `text` together with FFmpeg's description of `code` when `code` is negative.
 FFJOINT_EXPORT void logIf_FF_Error(int code, const char *text);
