@@ -12,7 +12,9 @@ namespace Veloran {
 /// VP8 and VP9 go to libvpx when present (it also decodes WebM alpha).
 ///
 /// Used from the thread it lives in (open, send, receive and flush check this in
-/// Debug builds). FFmpeg errors are logged and give false or a null frame.
+/// Debug builds). FFmpeg errors are logged and give false or a null frame. Data
+/// claiming pictures over 16384 x 16384 or audio frames over 4M samples is
+/// refused rather than allocated for.
 class VRFETCHER_EXPORT FFDecoder : public IVideoDecoder
 {
     Q_OBJECT

@@ -19,7 +19,8 @@ namespace Veloran {
 /// ":") and hands out its compressed packets; seeks by time, by stream time and by
 /// byte position. Used from one thread at a time (open() checks it is the owning
 /// one in Debug builds). Failures give false, null or 0 and, where FFmpeg refused,
-/// a log line; nothing throws.
+/// a log line; nothing throws. A source that stalls or never ends cannot hold the
+/// thread: opening gives up after 15 s, each read or seek after 10 s.
 class VRFETCHER_EXPORT FFDemuxer : public BasicObject
 {
     Q_OBJECT
@@ -30,8 +31,8 @@ public:
     ~FFDemuxer() override;
 
     /// Opens the file and reads its stream information. False, with a log line,
-    /// for an empty path, a file FFmpeg cannot open or probe, or a resource that
-    /// does not exist.
+    /// for an empty path, a file FFmpeg cannot open or probe in time, or a resource
+    /// that does not exist.
     virtual bool open(const QString &path);
     /// Closes the file; reads then give null. Safe to call twice.
     virtual void close();

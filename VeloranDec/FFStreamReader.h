@@ -98,7 +98,9 @@ protected:
 
     /// Frames in decoding order from the seek landing point up to the first frame at
     /// or after the boundary; the boundary steps back one frame interval at a time
-    /// while the seek lands at or after it. Empty when nothing lies before ms.
+    /// while the seek lands at or after it, at most 50 times (timestamps that claim
+    /// hours would otherwise be stepped through frame by frame). Empty when nothing
+    /// lies before ms.
     QVector<AVFramePtr> readFramesBefore(long long ms);
 
     /// Called once a stream is open, before openStream returns true.
