@@ -35,11 +35,11 @@ public:
     ~VideoSource() override;
 
     /// Opens the best video stream of the file. formats: accepted output formats,
-    /// [0] for frames without alpha, [1] (optional) for frames with alpha; a frame
-    /// already in an accepted format is not converted. outputWidth 0 keeps the
-    /// source size, otherwise the height follows the aspect ratio (turned for 90 and
-    /// 270 degree rotations). False, with no reader left, when the file or its
-    /// video stream does not open.
+    /// [0] for frames without alpha, [1] (optional) for frames with alpha.
+    /// outputWidth 0 keeps the source size (a frame already in an accepted format
+    /// then passes unconverted), otherwise the height follows the aspect ratio
+    /// (turned for 90 and 270 degree rotations). False, with no reader left, when
+    /// the file or its video stream does not open.
     bool openVideo(const QString &path, const QVector<AVPixelFormat> &formats, int outputWidth);
     /// Hardware decoding is not available here: always false, leaves no reader.
     bool openVideo_D3D(const QString &path, const QVector<AVPixelFormat> &formats, int outputWidth);
