@@ -41,10 +41,12 @@ bool AudioSource::open(const QString &path, AVSampleFormat outFormat, int outCha
     }
 
     // With the stream's sample format known the converter is made now; otherwise
-    // the first decoded frame tells what to convert from.
+    // the first decoded frame tells what to convert from (a converter left from an
+    // earlier file would describe the wrong input).
+    delete mAdapter;
+    mAdapter = nullptr;
     const AVCodecParameters *parameters = mReader->getCodecParam();
     if (parameters && parameters->format >= 0) {
-        delete mAdapter;
         mAdapter = new FFAudioAdapter;
         AVChannelLayout layout {};
         av_channel_layout_copy(&layout, &parameters->ch_layout);
