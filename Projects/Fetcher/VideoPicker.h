@@ -1,0 +1,40 @@
+#pragma once
+
+#include "Projects/Fetcher/AVPicker.h"
+#include "Projects/Fetcher/VideoThumbRequest.h"
+
+#include <QList>
+#include <QSharedPointer>
+
+class QImage;
+class QTransform;
+
+namespace Veloran {
+
+class IVideoFrame;
+class VideoSource;
+
+// Serves one batch of thumbnail and freeze-frame requests for one video file. The
+// file is opened on the first run and stays open while the picker sits in the
+// manager's cache, so a following batch for the same file starts without reopening.
+class VRFETCHER_EXPORT VideoPicker : public AVPicker
+{
+public:
+    VideoPicker(const QString &filePath, AVPickerManager *manager);
+    ~VideoPicker() override;
+
+    void setRequest(QList<VideoThumbRequest> &&requests);
+    bool ensureOpened();
+    void run() override;
+
+private:
+    void answer(const VideoThumbRequest &request, const QTransform &rotation);
+    QImage toImage(const IVideoFrame &frame, const QTransform &rotation) const;
+    void answerWithFailures();
+    void finishRun(bool reusable);
+
+    QSharedPointer<VideoSource> mSource;
+    QList<VideoThumbRequest> mRequests;
+};
+
+} // namespace Veloran

@@ -1,0 +1,102 @@
+#include "VeloranDec/FFVideoStreamReader.h"
+
+#include "VeloranDec/CVideoStreamInfo.h"
+#include "VeloranDec/FFAudioStreamReader.h"
+#include "VeloranDec/FFDecoder.h"
+#include "VeloranDec/FFDemuxer.h"
+
+#include <algorithm>
+
+namespace Veloran {
+
+FFVideoStreamReader::FFVideoStreamReader(QObject *parent)
+    : FFStreamReader(parent)
+{
+}
+
+FFVideoStreamReader::~FFVideoStreamReader() = default;
+
+bool FFVideoStreamReader::openStream_D3D(const QString &, const QString &)
+{
+    return false;
+}
+
+void FFVideoStreamReader::ensureStreamInfo(const QString &path)
+{
+    mStreamInfo.reset();
+    mStreamInfo = mDemuxer->videoStreamInfo(streamIndex());
+    // Video times count from the file's first audio sample.
+    FFAudioStreamReader audio;
+    audio.openStream(path, AVMEDIA_TYPE_AUDIO, -1);
+    mStartTimeMs = audio.startTimeMs();
+}
+
+void FFVideoStreamReader::restartPrediction(long long ms)
+{
+    mNextPtsMs = ms;
+}
+
+void FFVideoStreamReader::resetPtsToMs(const AVFramePtr &frame)
+{
+    AVStream *stream = getStream();
+    if (!stream || !frame)
+        return;
+    long long ms = mNextPtsMs;
+    if (frame->best_effort_timestamp != AV_NOPTS_VALUE)
+        ms = av_rescale_q(frame->best_effort_timestamp, stream->time_base, AVRational {1, 1000});
+    frame->pts = ms;
+    // The prediction stays on the file's own time line.
+    mNextPtsMs = ms + frameIntervalsMs();
+    if (mStartTimeMs > 0) {
+        ms = std::max(0LL, ms - mStartTimeMs);
+        frame->pts = ms;
+    }
+    frame->best_effort_timestamp = ms;
+}
+
+long long FFVideoStreamReader::frameIntervalsMs()
+{
+    if (streamIndex() < 0 || !mDemuxer)
+        return 0;
+    if (!mStreamInfo || mStreamInfo->frameRate.num < 1 || mStreamInfo->frameRate.den < 1)
+        return 40;
+    return static_cast<long long>(mStreamInfo->frameRate.den * 1000.0 / mStreamInfo->frameRate.num);
+}
+
+QVector<AVFramePtr> FFVideoStreamReader::revertSeekAndReadFrame(long long ms, long long)
+{
+    return readFramesBefore(ms);
+}
+
+QSharedPointer<CVideoStreamInfo> FFVideoStreamReader::videoStreamInfo() const
+{
+    return mStreamInfo;
+}
+
+bool FFVideoStreamReader::isAttachedPic()
+{
+    AVStream *stream = getStream();
+    return stream && (stream->disposition & AV_DISPOSITION_ATTACHED_PIC);
+}
+
+QString FFVideoStreamReader::coderName() const
+{
+    if (!mDecoder)
+        return {};
+    const AVCodecContextPtr ctx = mDecoder->codecContext();
+    if (!ctx || !ctx->codec || !ctx->codec->name)
+        return {};
+    return QString::fromUtf8(ctx->codec->name);
+}
+
+AVBufferRef *FFVideoStreamReader::hwFramesContext() const
+{
+    return mDecoder ? mDecoder->hwFramesContext() : nullptr;
+}
+
+void *FFVideoStreamReader::d3dDevice() const
+{
+    return mDecoder ? mDecoder->hwDevice() : nullptr;
+}
+
+} // namespace Veloran

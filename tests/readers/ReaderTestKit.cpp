@@ -1,0 +1,74 @@
+#include "ReaderTestKit.h"
+
+#include "TestMedia.h"
+
+#include <QFile>
+#include <QTextStream>
+
+#include <algorithm>
+
+extern "C" {
+#include <libavutil/mathematics.h>
+#include <libavutil/pixdesc.h>
+}
+
+namespace ReaderTestKit {
+
+int frameNumber(const AVFrame *frame)
+{
+    if (!frame || frame->width < 40 || frame->height < 2 || !frame->data[0])
+        return -1;
+    const AVPixFmtDescriptor *desc = av_pix_fmt_desc_get(AVPixelFormat(frame->format));
+    if (!desc || desc->comp[0].plane != 0 || desc->comp[0].depth != 8)
+        return -1;
+    // The first component (luma, or red) of the middle row, at the centre of
+    // each stripe.
+    const int stripe = frame->width / 10;
+    const uint8_t *row = frame->data[0] + (frame->height / 2) * frame->linesize[0] + desc->comp[0].offset;
+    int number = 0;
+    for (int bit = 0; bit < 10; ++bit) {
+        if (row[(stripe * bit + stripe / 2) * desc->comp[0].step] > 128)
+            number |= 1 << bit;
+    }
+    return number;
+}
+
+QVector<long long> frameTimesMs(const QString &listName)
+{
+    QVector<long long> times;
+    QFile file(TestMedia::path(listName));
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+        return times;
+    QTextStream in(&file);
+    const QStringList timeBase = in.readLine().trimmed().split('/');
+    if (timeBase.size() != 2)
+        return times;
+    const AVRational base {timeBase[0].toInt(), timeBase[1].toInt()};
+    while (!in.atEnd()) {
+        bool ok = false;
+        const long long pts = in.readLine().trimmed().section(',', 0, 0).toLongLong(&ok);
+        if (ok)
+            times.append(av_rescale_q(pts, base, AVRational {1, 1000}));
+    }
+    return times;
+}
+
+int frameShownAt(const QVector<long long> &timesMs, long long t)
+{
+    int shown = 0;
+    for (int i = 0; i < timesMs.size(); ++i) {
+        if (timesMs[i] <= t)
+            shown = i;
+    }
+    return shown;
+}
+
+QVector<long long> shifted(const QVector<long long> &timesMs, long long origin)
+{
+    QVector<long long> result;
+    for (long long t : timesMs)
+        result.append(std::max(0LL, t - origin));
+    return result;
+}
+
+} // namespace ReaderTestKit
