@@ -17,10 +17,15 @@ RUNS=${RUNS:-3}
 JOBS=${JOBS:-"long phone wave memory"}
 TOLERANCE=${TOLERANCE:-2.5}
 DRIVER=$BUILD/bench/fetch/bench_fetch
+RESULTS=$OUT/results.tsv
 FF="ffmpeg -hide_banner -nostdin -v error"
 
 log() { printf '%s %s\n' "$(date +%T)" "$*" >&2; }
 want() { [[ " $JOBS " == *" $1 "* ]]; }
+
+# "bash bench/fetch/run.sh table" prints the table of the last results again.
+TABLE_ONLY=0
+[[ ${1:-} == table ]] && TABLE_ONLY=1
 
 # --- tools -------------------------------------------------------------------------------
 if [[ ! -x /usr/bin/time ]]; then
@@ -34,6 +39,7 @@ fi
 HAVE_THUMBNAILER=0
 command -v ffmpegthumbnailer >/dev/null && HAVE_THUMBNAILER=1
 
+if [[ $TABLE_ONLY == 0 ]]; then
 # --- build -------------------------------------------------------------------------------
 if [[ ! -f $BUILD/build.ninja ]]; then
     cmake -S "$ROOT" -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=Release -DVR_BUILD_TESTS=OFF \
@@ -68,7 +74,6 @@ make_media audio60.m4a -i "$MEDIA/audio60.wav" -c:a aac -b:a 128k
 make_media audio60.mp3 -i "$MEDIA/audio60.wav" -c:a libmp3lame -b:a 192k
 
 # --- helpers -----------------------------------------------------------------------------
-RESULTS=$OUT/results.tsv
 printf 'job\tmethod\truns\twall_med_s\twall_min_s\twall_max_s\tcpu_med_s\trss_med_mb\texact\n' >"$RESULTS"
 
 # measure JOB METHOD EXACT-SCRIPT -- command...: RUNS runs under /usr/bin/time; EXACT-SCRIPT
@@ -216,6 +221,8 @@ fi
 
 uptime >"$OUT/uptime.after"
 log "load after: $(cat "$OUT/uptime.after")"
+
+fi # TABLE_ONLY
 
 # --- table -------------------------------------------------------------------------------
 {

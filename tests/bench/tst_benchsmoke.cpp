@@ -1,4 +1,4 @@
-#include "support/TestMedia.h"
+#include "TestMedia.h"
 
 #include <QDir>
 #include <QFile>
