@@ -54,7 +54,7 @@ mkdir -p "$MEDIA" "$OUT"
 make_media() { # name, ffmpeg arguments...
     local name=$1
     shift
-    if [[ ! -s $MEDIA/$name ]]; then
+    if [[ ! -s $MEDIA/$name && -z ${SKIP_MEDIA:-} ]]; then
         log "making $name"
         $FF -y "$@" "$MEDIA/$name.part.${name##*.}"
         mv "$MEDIA/$name.part.${name##*.}" "$MEDIA/$name"
@@ -124,35 +124,39 @@ targets() {
 
 # Reference frames: the frames before, at and after each target, decoded in full and
 # scaled to the thumbnail width (cached next to the media).
-make_references() { # file targets-file dir
-    local file=$1 list=$2 dir=$3
+make_references() { # file targets-file dir first step count
+    local file=$1 list=$2 dir=$3 first=$4 step=$5 count=$6
     if [[ -s $dir/done ]] && cmp -s "$list" "$dir/targets"; then return; fi
     log "reference frames for $(basename "$file")"
     rm -rf "$dir" && mkdir -p "$dir"
-    local expr
-    expr=$(awk '{ printf "%seq(n\\,%d)+eq(n\\,%d)+eq(n\\,%d)", NR > 1 ? "+" : "", $1 - 1, $1, $1 + 1 }' "$list")
-    $FF -i "$file" -vf "select='$expr',scale=160:-1" -fps_mode passthrough -start_number 0 "$dir/ref_%04d.png"
+    local last=$((first + (count - 1) * step + 1))
+    $FF -i "$file" -vf "select='between(n\,$((first - 1))\,$last)*lte(mod(n-$((first - 1))\,$step)\,2)',scale=160:-1" \
+        -fps_mode passthrough -start_number 0 "$dir/ref_%04d.png"
     cp "$list" "$dir/targets" && echo ok >"$dir/done"
 }
 
-# Frames the exact-seek path decodes (from the keyframe at or before each target up to it)
-# and what reading on instead of seeking would decode (continue from the previous target
-# when it lies in the same GOP).
+# Frames the exact-seek path decodes (from the keyframe at or before each target up to it,
+# plus the decoder's reordering delay, which it must fill before the target comes out) and
+# what reading on instead of seeking would decode (continue from the previous target when
+# it lies in the same GOP; the delay is paid once per seek). Prints "seek readOn total delay".
 decode_work() { # file fps targets-file
     local file=$1 fps=$2 list=$3
     ffprobe -v error -select_streams v:0 -show_entries packet=pts_time,flags -of csv=p=0 "$file" |
         awk -F, -v fps="$fps" '$2 ~ /K/ { printf "%d\n", $1 * fps + 0.5 }' | sort -n >"$OUT/keyframes.tmp"
-    awk -v total="$(ffprobe -v error -select_streams v:0 -count_packets -show_entries stream=nb_read_packets -of csv=p=0 "$file")" '
+    local total delay
+    total=$(ffprobe -v error -select_streams v:0 -count_packets -show_entries stream=nb_read_packets -of csv=p=0 "$file")
+    delay=$(ffprobe -v error -select_streams v:0 -show_entries stream=has_b_frames -of csv=p=0 "$file")
+    awk -v total="$total" -v delay="$delay" '
         NR == FNR { key[++nk] = $1; next }
         {
             f = $1; k = 0
             for (i = 1; i <= nk; i++) if (key[i] <= f) k = key[i]
-            seek += f - k + 1
-            start = (prev >= k && prev >= 0 && prevKey == k) ? prev + 1 : k
-            readOn += f - start + 1
+            seek += f - k + 1 + delay
+            if (prev >= k && prevKey == k) readOn += f - prev
+            else readOn += f - k + 1 + delay
             prev = f; prevKey = k
         }
-        END { printf "%d %d %d\n", seek, readOn, total }' prev=-1 "$OUT/keyframes.tmp" "$list"
+        END { printf "%d %d %d %d\n", seek, readOn, total, delay }' prev=-1 "$OUT/keyframes.tmp" "$list"
 }
 
 # Thumbnail job: library batch, ffmpeg per target, ffmpeg one pass with select,
@@ -162,11 +166,11 @@ thumb_job() { # job file fps count first step
     local list=$OUT/$job.targets
     targets "$fps" "$count" "$first" "$step" >"$list"
     local refs=$MEDIA/refs-$job
-    make_references "$file" "$list" "$refs"
+    make_references "$file" "$list" "$refs" "$first" "$step" "$count"
     local match="$DRIVER match $refs"
 
     local times
-    times=$(awk '{ printf "%s%d", NR > 1 ? "," : "", $2 }' "$list")
+    times=$(awk '{ printf "%s%d", (NR > 1 ? "," : ""), $2 }' "$list")
     measure "$job" library "$match $OUT/$job.library --count $count --tolerance $TOLERANCE | tee $OUT/$job.library.match | tail -n 1 | sed 's/ .*//;s/exact=//'" -- \
         bash -c "rm -rf '$OUT/$job.library' && exec '$DRIVER' thumbs '$file' --times '$times' --width 160 --out '$OUT/$job.library'"
 
@@ -176,8 +180,8 @@ thumb_job() { # job file fps count first step
     measure "$job" ffmpeg-per-target "$match $OUT/$job.cli --count $count --tolerance $TOLERANCE | tail -n 1 | sed 's/ .*//;s/exact=//'" -- \
         bash -c "rm -rf '$OUT/$job.cli' && mkdir -p '$OUT/$job.cli' && bash '$OUT/$job.cli.sh'"
 
-    local expr
-    expr=$(awk '{ printf "%seq(n\\,%d)", NR > 1 ? "+" : "", $1 }' "$list")
+    # (an arithmetic series: FFmpeg's expressions are too shallow for a sum of 120 terms)
+    local expr="between(n\\,$first\\,$((first + (count - 1) * step)))*not(mod(n-$first\\,$step))"
     measure "$job" ffmpeg-select-pass "$match $OUT/$job.select --count $count --tolerance $TOLERANCE | tail -n 1 | sed 's/ .*//;s/exact=//'" -- \
         bash -c "rm -rf '$OUT/$job.select' && mkdir -p '$OUT/$job.select' && $FF -threads 1 -i '$file' -vf \"select='$expr',scale=160:-1\" -fps_mode passthrough -start_number 0 '$OUT/$job.select/thumb_%03d.png'"
 
@@ -212,7 +216,7 @@ fi
 
 if want memory; then
     # 12 thumbnails (one every 10 s of the phone-like file), the same batch 10 times.
-    times=$(targets 30 12 15 300 | awk '{ printf "%s%d", NR > 1 ? "," : "", $2 }')
+    times=$(targets 30 12 15 300 | awk '{ printf "%s%d", (NR > 1 ? "," : ""), $2 }')
     log "memory: 10 repeated batches"
     /usr/bin/time -f '%e %U %S %M' -o "$OUT/time.tmp" \
         "$DRIVER" thumbs "$MEDIA/phone.mp4" --times "$times" --width 160 --batches 10 >"$OUT/memory.log" 2>"$OUT/memory.err"
@@ -230,17 +234,30 @@ fi # TABLE_ONLY
     echo "|---|---|---|---|---|---|---|"
     awk -F'\t' 'NR > 1 { printf "| %s | %s | %d | %.2f (%.2f-%.2f) | %.2f | %.1f | %s |\n", $1, $2, $3, $4, $5, $6, $7, $8, $9 }' "$RESULTS"
     echo
+    # Ratios on wall time and on CPU time (CPU is the steadier of the two on a busy machine).
+    col() { awk -F'\t' -v j="$1" -v m="$2" -v c="$3" '$1 == j && $2 == m { print $c }' "$RESULTS"; }
     for job in long phone; do
         [[ -s $OUT/$job.decodework ]] || continue
-        read -r seek readOn total <"$OUT/$job.decodework"
-        floor=$(awk -F'\t' -v j="$job" '$1 == j && $2 == "decode-floor-1thread" { print $4 }' "$RESULTS")
-        lib=$(awk -F'\t' -v j="$job" '$1 == j && $2 == "library" { print $4 }' "$RESULTS")
+        read -r seek readOn total delay <"$OUT/$job.decodework"
         n=$(wc -l <"$OUT/$job.targets")
-        awk -v job="$job" -v seek="$seek" -v readOn="$readOn" -v total="$total" -v floor="$floor" -v lib="$lib" -v n="$n" 'BEGIN {
-            c = floor / total
-            printf "- %s: %d targets; the seek-per-target path decodes %d frames, reading on within a GOP would decode %d, the whole file has %d.\n", job, n, seek, readOn, total
-            printf "  Library / floor = %.2fx. Decode cost %.2f ms/frame (floor); per-thumbnail cost beyond the decoding it needs: %.1f ms;\n", lib / floor, c * 1000, (lib - seek * c) / n * 1000
-            printf "  reading on instead of seeking would save about %.1f s (%d frames).\n", (seek - readOn) * c, seek - readOn
+        awk -v job="$job" -v seek="$seek" -v readOn="$readOn" -v total="$total" -v delay="$delay" -v n="$n" \
+            -v fw="$(col "$job" decode-floor-1thread 4)" -v fc="$(col "$job" decode-floor-1thread 7)" \
+            -v lw="$(col "$job" library 4)" -v lc="$(col "$job" library 7)" -v lr="$(col "$job" library 8)" \
+            -v pr="$(col "$job" ffmpeg-per-target 8)" -v sr="$(col "$job" ffmpeg-select-pass 8)" 'BEGIN {
+            printf "- %s: %d targets. The seek-per-target path decodes %d frames; reading on within a GOP would decode %d; the file has %d.\n", job, n, seek, readOn, total
+            printf "  Library / single-threaded decode floor: %.2fx wall, %.2fx CPU.\n", lw / fw, lc / fc
+            printf "  Per-thumbnail cost beyond the decoding it needs (floor cost per frame x frames decoded): %.1f ms wall, %.1f ms CPU.\n", (lw - seek * fw / total) / n * 1000, (lc - seek * fc / total) / n * 1000
+            printf "  Reading on instead of seeking would save about %.1f s CPU (%d frames, %.0f%% of the batch).\n", (seek - readOn) * fc / total, seek - readOn, 100 * (seek - readOn) * fc / total / lc
+            printf "  Peak RSS library / ffmpeg per target: %.2fx; / ffmpeg select pass: %.2fx.\n", lr / pr, lr / sr
+        }'
+    done
+    for tag in wave-m4a wave-mp3; do
+        lw=$(col "$tag" library 4)
+        [[ -n $lw ]] || continue
+        awk -v tag="$tag" -v lw="$lw" -v lc="$(col "$tag" library 7)" -v lr="$(col "$tag" library 8)" \
+            -v cw="$(col "$tag" ffmpeg-decode-resample 4)" -v cc="$(col "$tag" ffmpeg-decode-resample 7)" \
+            -v cr="$(col "$tag" ffmpeg-decode-resample 8)" 'BEGIN {
+            printf "- %s: library / ffmpeg decode-and-resample: %.2fx wall, %.2fx CPU, %.2fx peak RSS.\n", tag, lw / cw, lc / cc, lr / cr
         }'
     done
     if [[ -s $OUT/memory.log ]]; then
