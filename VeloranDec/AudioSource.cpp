@@ -28,6 +28,7 @@ void AudioSource::deleteReaderAndAdapter()
 
 bool AudioSource::open(const QString &path, AVSampleFormat outFormat, int outChannels, int nth, int outSampleRate)
 {
+    assertOwnThread();
     mOutChannels = outChannels;
     mOutFormat = outFormat;
     mOutSampleRate = outSampleRate;
@@ -93,6 +94,7 @@ QSharedPointer<IAudioFrame> AudioSource::convertFrom(AVFramePtr frame)
 
 QSharedPointer<IAudioFrame> AudioSource::readNextAdaptFrame()
 {
+    assertOwnThread();
     if (!mReader)
         return {};
     return convertFrom(mReader->readNextFrame());
@@ -100,6 +102,7 @@ QSharedPointer<IAudioFrame> AudioSource::readNextAdaptFrame()
 
 QSharedPointer<IAudioFrame> AudioSource::seekAndReadNextAdaptFrame(long long ms, bool accurate)
 {
+    assertOwnThread();
     if (!mReader)
         return {};
     return convertFrom(mReader->seekAndReadNextFrame(ms, accurate));
@@ -107,6 +110,7 @@ QSharedPointer<IAudioFrame> AudioSource::seekAndReadNextAdaptFrame(long long ms,
 
 QVector<QSharedPointer<IAudioFrame>> AudioSource::revertSeekAndReadNextAdaptFrame(long long ms, long long n)
 {
+    assertOwnThread();
     QVector<QSharedPointer<IAudioFrame>> result;
     if (!mReader)
         return result;

@@ -40,7 +40,7 @@ bool FFStreamReader::openStream(const QString &path, AVMediaType type, int nth)
     assertOwnThread();
     mDemuxer = FFDemuxer::createDemuxer(path, false);
     int index = -1;
-    if (mDemuxer->open(path)) {
+    if (mDemuxer && mDemuxer->open(path)) {
         AVFormatContext *ctx = mDemuxer->formatCtx().data();
         if (nth >= 0) {
             index = nthStreamOfType(ctx, type, nth);

@@ -35,7 +35,8 @@ public:
     bool openStream(const QString &path, int streamIndex);
     void close();
 
-    // The next decoded frame, its timestamps untouched; empty at the end or on error.
+    // The next decoded frame, its timestamps untouched; empty at the end of the
+    // stream. Packets the decoder rejects are passed over.
     AVFramePtr readNextRawFrame();
     // The next frame with its time in milliseconds in pts and best_effort_timestamp.
     AVFramePtr readNextFrame();

@@ -23,7 +23,6 @@ public:
 
     // Hardware decoding is not available on this platform: always false.
     bool openStream_D3D(const QString &path, const QString &gpuName);
-    using FFStreamReader::openStream;
 
     void resetPtsToMs(const AVFramePtr &frame) override;
     // 40 without a usable frame rate, 0 when not open.

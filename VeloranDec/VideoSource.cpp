@@ -24,6 +24,7 @@ VideoSource::~VideoSource()
 
 bool VideoSource::openVideo(const QString &path, const QVector<AVPixelFormat> &formats, int outputWidth)
 {
+    assertOwnThread();
     mPixelFormats = formats;
     delete mReader;
     mReader = new FFVideoStreamReader;
@@ -111,6 +112,7 @@ QSharedPointer<IVideoFrame> VideoSource::wrap(const AVFramePtr &frame)
 
 QSharedPointer<IVideoFrame> VideoSource::readNextAdaptFrame()
 {
+    assertOwnThread();
     if (!mReader)
         return {};
     QSharedPointer<IVideoFrame> wrapped = wrap(mReader->readNextFrame());
@@ -121,6 +123,7 @@ QSharedPointer<IVideoFrame> VideoSource::readNextAdaptFrame()
 
 QSharedPointer<IVideoFrame> VideoSource::seekAndReadNextAdaptFrame(long long ms, bool accurate)
 {
+    assertOwnThread();
     if (!mReader)
         return {};
     QSharedPointer<IVideoFrame> wrapped = wrap(mReader->seekAndReadNextFrame(ms, accurate));
@@ -131,6 +134,7 @@ QSharedPointer<IVideoFrame> VideoSource::seekAndReadNextAdaptFrame(long long ms,
 
 QVector<QSharedPointer<IVideoFrame>> VideoSource::revertSeekAndReadNextAdaptFrame(long long ms, long long n)
 {
+    assertOwnThread();
     QVector<QSharedPointer<IVideoFrame>> result;
     if (!mReader)
         return result;

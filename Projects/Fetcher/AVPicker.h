@@ -28,11 +28,20 @@ public:
     bool isInterruptionRequested() const;
     QString filePath() const;
 
+    // The manager prepares a picker (its request, its cached source) on its own
+    // thread and the pool runs it on another. The pool's queue orders the two, but
+    // through a lock inside Qt that the thread sanitizer cannot see; this explicit
+    // release (before the start) and acquire (first thing in run) makes the hand-over
+    // visible to it. It costs one atomic store and load per run.
+    void handOver();
+    void takeOver() const;
+
 protected:
     AVPickerManager *manager() const { return mManager; }
 
 private:
     std::atomic_bool mInterrupted{false};
+    std::atomic_int mRuns{0};
     AVPickerManager *mManager = nullptr;
     const QString mFilePath;
 };

@@ -47,14 +47,14 @@ AVPickerManager::AVPickerManager()
 
 AVPickerManager::~AVPickerManager()
 {
-    // A wake can be lost while the scheduler is between rounds, so keep waking it
-    // until it has seen the interruption.
+    // Keep waking the scheduler until it has seen the interruption and ended.
     requestInterruption();
     do {
         wakeScheduler(false);
     } while (!wait(20));
     stop();
     threadPool.waitForDone();
+    (void)recycles.load(std::memory_order_acquire);
     cleanCache();
     delete wakeTimer;
 }
@@ -62,7 +62,7 @@ AVPickerManager::~AVPickerManager()
 void AVPickerManager::requestVideo(const VideoThumbRequest &request, bool priority)
 {
     {
-        QMutexLocker locker(&requestMutex);
+        std::lock_guard<std::mutex> locker(requestMutex);
         if (priority)
             videoRequests.prepend(request);
         else
@@ -74,7 +74,7 @@ void AVPickerManager::requestVideo(const VideoThumbRequest &request, bool priori
 void AVPickerManager::requestVideoList(QList<VideoThumbRequest> &&list, bool priority)
 {
     {
-        QMutexLocker locker(&requestMutex);
+        std::lock_guard<std::mutex> locker(requestMutex);
         if (priority) {
             list.append(videoRequests);
             videoRequests.swap(list);
@@ -88,7 +88,7 @@ void AVPickerManager::requestVideoList(QList<VideoThumbRequest> &&list, bool pri
 void AVPickerManager::requestAudio(const AudioSampleRequest &request, bool priority)
 {
     {
-        QMutexLocker locker(&requestMutex);
+        std::lock_guard<std::mutex> locker(requestMutex);
         if (priority)
             audioRequests.prepend(request);
         else
@@ -120,7 +120,7 @@ void AVPickerManager::wakeDelay()
 void AVPickerManager::clearRequests()
 {
     {
-        QMutexLocker locker(&requestMutex);
+        std::lock_guard<std::mutex> locker(requestMutex);
         videoRequests.clear();
         audioRequests.clear();
     }
@@ -132,7 +132,7 @@ void AVPickerManager::stop()
     clearRequests();
     {
         // Held so that a picker cannot recycle (and be deleted) under our hands.
-        QMutexLocker locker(&runningMutex);
+        std::lock_guard<std::mutex> locker(runningMutex);
         for (AVPicker *picker : qAsConst(runningPickers))
             picker->requestInterruption();
     }
@@ -156,7 +156,7 @@ void AVPickerManager::dropUnstartedPickers()
     // holding its slot for ever.
     QList<AVPicker *> dropped;
     {
-        QMutexLocker locker(&runningMutex);
+        std::lock_guard<std::mutex> locker(runningMutex);
         for (AVPicker *picker : qAsConst(runningPickers)) {
             if (threadPool.tryTake(picker))
                 dropped.append(picker);
@@ -177,7 +177,7 @@ void AVPickerManager::cleanCache()
 {
     QList<AVPicker *> idle;
     {
-        QMutexLocker locker(&cacheMutex);
+        std::lock_guard<std::mutex> locker(cacheMutex);
         idle.swap(cachedPickers);
     }
     qDeleteAll(idle);
@@ -205,7 +205,7 @@ void AVPickerManager::fillFreeSlots()
         bool videoWaiting = false;
         bool audioWaiting = false;
         {
-            QMutexLocker locker(&requestMutex);
+            std::lock_guard<std::mutex> locker(requestMutex);
             videoWaiting = !videoRequests.isEmpty();
             audioWaiting = !audioRequests.isEmpty();
         }
@@ -226,7 +226,7 @@ void AVPickerManager::fillFreeSlots()
 
 int AVPickerManager::runningCount() const
 {
-    QMutexLocker locker(&runningMutex);
+    std::lock_guard<std::mutex> locker(runningMutex);
     return runningPickers.size();
 }
 
@@ -235,7 +235,7 @@ bool AVPickerManager::isAudioRequestLimited()
     // Until the first thumbnails have been asked for, one audio scan at a time.
     if (!noVideoStarted)
         return false;
-    QMutexLocker locker(&runningMutex);
+    std::lock_guard<std::mutex> locker(runningMutex);
     for (AVPicker *picker : qAsConst(runningPickers)) {
         if (dynamic_cast<AudioPicker *>(picker))
             return true;
@@ -247,7 +247,7 @@ void AVPickerManager::startNextVideoRequest()
 {
     QList<VideoThumbRequest> batch;
     {
-        QMutexLocker locker(&requestMutex);
+        std::lock_guard<std::mutex> locker(requestMutex);
         batch = takeVideoBatch(videoRequests);
     }
     if (batch.isEmpty())
@@ -264,7 +264,7 @@ void AVPickerManager::startNextAudioRequest()
 {
     AudioSampleRequest request;
     {
-        QMutexLocker locker(&requestMutex);
+        std::lock_guard<std::mutex> locker(requestMutex);
         if (audioRequests.isEmpty())
             return;
         request = audioRequests.takeFirst();
@@ -277,8 +277,9 @@ void AVPickerManager::startNextAudioRequest()
 void AVPickerManager::startPicker(AVPicker *picker, bool audio, const QList<qint64> &requestIds)
 {
     picker->setAutoDelete(false);
+    picker->handOver();
     notify({PickerEvent::Started, audio, picker->filePath(), requestIds});
-    QMutexLocker locker(&runningMutex);
+    std::lock_guard<std::mutex> locker(runningMutex);
     runningPickers.append(picker);
     threadPool.start(picker, 0);
 }
@@ -286,7 +287,7 @@ void AVPickerManager::startPicker(AVPicker *picker, bool audio, const QList<qint
 template <typename Kind>
 Kind *AVPickerManager::takeCachedPicker(const QString &filePath)
 {
-    QMutexLocker locker(&cacheMutex);
+    std::lock_guard<std::mutex> locker(cacheMutex);
     for (int i = 0; i < cachedPickers.size(); ++i) {
         Kind *picker = dynamic_cast<Kind *>(cachedPickers.at(i));
         if (picker && picker->filePath() == filePath) {
@@ -315,17 +316,18 @@ void AVPickerManager::recyclePicker(AVPicker *picker, bool reusable)
 {
     notify({PickerEvent::Finished, dynamic_cast<AudioPicker *>(picker) != nullptr, picker->filePath(), {}});
     {
-        QMutexLocker locker(&runningMutex);
+        std::lock_guard<std::mutex> locker(runningMutex);
         runningPickers.removeOne(picker);
     }
     if (!picker->isInterruptionRequested() && reusable) {
-        QMutexLocker locker(&cacheMutex);
+        std::lock_guard<std::mutex> locker(cacheMutex);
         cachedPickers.append(picker);
     } else {
         delete picker;
     }
     lastRecycleMs.store(clock.elapsed());
     wakeScheduler();
+    recycles.fetch_add(1, std::memory_order_release);
 }
 
 void AVPickerManager::smartCleanCacheQueue()
@@ -334,7 +336,7 @@ void AVPickerManager::smartCleanCacheQueue()
     const qint64 sinceRecycle = last < 0 ? -1 : clock.elapsed() - last;
     QList<AVPicker *> evicted;
     {
-        QMutexLocker locker(&cacheMutex);
+        std::lock_guard<std::mutex> locker(cacheMutex);
         const int n = pickersToEvict(cachedPickers.size(), sinceRecycle);
         evicted = cachedPickers.mid(0, n);
         cachedPickers.erase(cachedPickers.begin(), cachedPickers.begin() + n);
@@ -345,7 +347,7 @@ void AVPickerManager::smartCleanCacheQueue()
 QStringList AVPickerManager::cachedPickerFiles() const
 {
     QStringList files;
-    QMutexLocker locker(&cacheMutex);
+    std::lock_guard<std::mutex> locker(cacheMutex);
     for (AVPicker *picker : cachedPickers)
         files.append(picker->filePath());
     return files;
@@ -353,7 +355,7 @@ QStringList AVPickerManager::cachedPickerFiles() const
 
 void AVPickerManager::setPickerObserver(PickerObserver newObserver)
 {
-    QMutexLocker locker(&observerMutex);
+    std::lock_guard<std::mutex> locker(observerMutex);
     observer = std::move(newObserver);
 }
 
@@ -361,7 +363,7 @@ void AVPickerManager::notify(const PickerEvent &event)
 {
     PickerObserver current;
     {
-        QMutexLocker locker(&observerMutex);
+        std::lock_guard<std::mutex> locker(observerMutex);
         current = observer;
     }
     if (current)

@@ -8,7 +8,6 @@
 #include <QElapsedTimer>
 #include <QImage>
 #include <QList>
-#include <QMutex>
 #include <QStringList>
 #include <QThread>
 #include <QThreadPool>
@@ -32,7 +31,8 @@ class VideoPicker;
 // their opened files) for reuse, and broadcasts every result through its signals.
 //
 // Three mutexes guard the request queues, the running pickers and the picker cache;
-// no two of them are ever held at once.
+// no two of them are ever held at once. They are standard mutexes so that the thread
+// sanitizer sees every hand-over between the client, scheduler and pool threads.
 class VRFETCHER_EXPORT AVPickerManager : public QThread
 {
     Q_OBJECT
@@ -112,15 +112,18 @@ private:
     QList<AudioSampleRequest> audioRequests;
     QList<AVPicker *> cachedPickers;
     QList<AVPicker *> runningPickers;
-    mutable QMutex cacheMutex;
-    mutable QMutex runningMutex;
-    mutable QMutex requestMutex;
+    mutable std::mutex cacheMutex;
+    mutable std::mutex runningMutex;
+    mutable std::mutex requestMutex;
     QThreadPool threadPool;
     WaitCondition waitCondition{true};
     // Set by every wake. The wait condition forgets a wake that comes while the
     // scheduler is busy (or not yet waiting at all, right after start); this flag
     // remembers it, so that the scheduler goes round again instead of sleeping.
     std::atomic_bool wakePending{false};
+    // Counts finished recycles; the destructor acquires it after the pool is done, so
+    // that the sanitizer sees the pool threads' last touches before the teardown.
+    std::atomic_int recycles{0};
     int mMaxConcurrent = 0;
     bool noVideoStarted = true;
     QTimer *wakeTimer = nullptr;
@@ -131,7 +134,7 @@ private:
     QElapsedTimer clock;
     std::atomic<qint64> lastRecycleMs{-1};
 
-    mutable QMutex observerMutex;
+    mutable std::mutex observerMutex;
     PickerObserver observer;
 };
 

@@ -120,6 +120,7 @@ int AudioPicker::pieceQuota(int sampleCount, int done, int count, int index)
 
 void AudioPicker::run()
 {
+    takeOver();
     const int call = ++gsAudioRuns;
     VR_LOG << "[fetch samples_v2] execute. call count: " << call;
     QElapsedTimer elapsed;

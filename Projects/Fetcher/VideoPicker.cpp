@@ -47,6 +47,7 @@ bool VideoPicker::ensureOpened()
 
 void VideoPicker::run()
 {
+    takeOver();
     if (mRequests.isEmpty()) {
         manager()->recyclePicker(this, false);
         return;

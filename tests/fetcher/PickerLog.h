@@ -3,10 +3,10 @@
 #include "Projects/Fetcher/AVPickerManager.h"
 #include "VeloranBaseEntry.h"
 
-#include <QMutex>
-#include <QMutexLocker>
+#include <mutex>
 
 #include <memory>
+#include <vector>
 
 // Records, while alive, the picker starts and ends the manager reports, and how
 // many pickers of each kind ran at the same time at most.
@@ -26,23 +26,33 @@ public:
 
     QList<Event> starts() const
     {
-        QMutexLocker locker(&mState->mutex);
-        return mState->starts;
+        std::lock_guard<std::mutex> locker(mState->mutex);
+        // Deep copies: a shared list handed out here would be detached by the next
+        // event while this copy is read.
+        QList<Event> copy;
+        for (const Event &event : mState->starts)
+            copy.append({event.kind, event.audio, QString(event.filePath.constData(), event.filePath.size()),
+                         QList<qint64>(event.requestIds.begin(), event.requestIds.end())});
+        return copy;
     }
-    int startCount() const { return starts().size(); }
+    int startCount() const
+    {
+        std::lock_guard<std::mutex> locker(mState->mutex);
+        return int(mState->starts.size());
+    }
     int finishCount() const
     {
-        QMutexLocker locker(&mState->mutex);
+        std::lock_guard<std::mutex> locker(mState->mutex);
         return mState->finishes;
     }
     int maxAudioRunning() const
     {
-        QMutexLocker locker(&mState->mutex);
+        std::lock_guard<std::mutex> locker(mState->mutex);
         return mState->maxAudio;
     }
     int maxRunning() const
     {
-        QMutexLocker locker(&mState->mutex);
+        std::lock_guard<std::mutex> locker(mState->mutex);
         return mState->maxRunning;
     }
 
@@ -51,19 +61,19 @@ private:
     {
         void add(const Event &event)
         {
-            QMutexLocker locker(&mutex);
+            std::lock_guard<std::mutex> locker(mutex);
             const int delta = event.kind == Event::Started ? 1 : -1;
             (event.audio ? audio : video) += delta;
             if (event.kind == Event::Started)
-                starts.append(event);
+                starts.push_back(event);
             else
                 ++finishes;
             maxAudio = qMax(maxAudio, audio);
             maxRunning = qMax(maxRunning, audio + video);
         }
 
-        QMutex mutex;
-        QList<Event> starts;
+        std::mutex mutex;
+        std::vector<Event> starts;
         int finishes = 0;
         int audio = 0;
         int video = 0;

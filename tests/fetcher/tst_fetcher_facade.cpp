@@ -4,14 +4,81 @@
 #include "Projects/Fetcher/AVFetcher.h"
 
 #include <QFile>
+#include <QEventLoop>
 #include <QThread>
+#include <QTimer>
 #include <QtTest>
+
+#include <atomic>
+#include <mutex>
 
 using namespace Veloran;
 
 namespace {
 constexpr int kLongWaitMs = 60000;
-}
+
+// A host running on a thread of its own: it makes its fetcher there, asks for two
+// thumbnails and runs its event loop until told to stop. What it sees is reported
+// under one mutex.
+class HostThread : public QThread
+{
+public:
+    struct Report
+    {
+        qint64 id = 0;
+        QList<qint64> answered;
+        QList<QThread *> threads;
+        bool done = false;
+    };
+
+    explicit HostThread(const QString &file)
+        : mFile(file)
+    {
+    }
+
+    Report report()
+    {
+        std::lock_guard<std::mutex> locker(mMutex);
+        return mReport;
+    }
+
+    std::atomic_bool stopWanted{false};
+
+protected:
+    void run() override
+    {
+        QSharedPointer<IAVFetcher> fetcher = createAVFetcher();
+        connect(fetcher.data(), &IAVFetcher::videoThumb, fetcher.data(),
+                [this](qint64 id, QString, qint64, bool, QImage) {
+                    std::lock_guard<std::mutex> locker(mMutex);
+                    mReport.answered << id;
+                    mReport.threads << QThread::currentThread();
+                });
+        const qint64 id = fetcher->fetchVideo(mFile, {0, 800}, 40, true, false);
+        {
+            std::lock_guard<std::mutex> locker(mMutex);
+            mReport.id = id;
+        }
+        QEventLoop loop;
+        QTimer poll;
+        connect(&poll, &QTimer::timeout, &loop, [&] {
+            if (stopWanted)
+                loop.quit();
+        });
+        poll.start(20);
+        loop.exec();
+        fetcher.reset();
+        std::lock_guard<std::mutex> locker(mMutex);
+        mReport.done = true;
+    }
+
+private:
+    const QString mFile;
+    std::mutex mMutex;
+    Report mReport;
+};
+
+} // namespace
 
 class TstFetcherFacade : public QObject
 {
@@ -59,47 +126,15 @@ private Q_SLOTS:
 
     void answersArriveOnTheHostsOwnThread()
     {
-        QThread host;
+        HostThread host(TestMedia::path("sample.mp4"));
         host.start();
-        QObject context;
-        context.moveToThread(&host);
-
-        struct Seen
-        {
-            QMutex mutex;
-            QList<qint64> ids;
-            QList<QThread *> threads;
-        };
-        auto seen = std::make_shared<Seen>();
-        QSharedPointer<IAVFetcher> fetcher;
-        qint64 id = 0;
-        // Create the fetcher and make the call on the host thread, as a host would.
-        QMetaObject::invokeMethod(
-            &context,
-            [&] {
-                fetcher = createAVFetcher();
-                connect(fetcher.data(), &IAVFetcher::videoThumb, fetcher.data(),
-                        [seen](qint64 answered, QString, qint64, bool, QImage) {
-                            QMutexLocker locker(&seen->mutex);
-                            seen->ids << answered;
-                            seen->threads << QThread::currentThread();
-                        });
-                id = fetcher->fetchVideo(TestMedia::path("sample.mp4"), {0, 800}, 40, true, false);
-            },
-            Qt::BlockingQueuedConnection);
-        QVERIFY(id > 0);
-        const auto answers = [seen] {
-            QMutexLocker locker(&seen->mutex);
-            return seen->ids.size();
-        };
-        QTRY_COMPARE_WITH_TIMEOUT(answers(), 2, kLongWaitMs);
-        {
-            QMutexLocker locker(&seen->mutex);
-            QCOMPARE(seen->ids, (QList<qint64>{id, id}));
-            QCOMPARE(seen->threads, (QList<QThread *>{&host, &host}));
-        }
-        QMetaObject::invokeMethod(&context, [&] { fetcher.reset(); }, Qt::BlockingQueuedConnection);
-        host.quit();
+        QTRY_COMPARE_WITH_TIMEOUT(host.report().answered.size(), 2, kLongWaitMs);
+        const HostThread::Report report = host.report();
+        QVERIFY(report.id > 0);
+        QCOMPARE(report.answered, (QList<qint64>{report.id, report.id}));
+        QCOMPARE(report.threads, (QList<QThread *>{&host, &host}));
+        host.stopWanted = true;
+        QTRY_VERIFY_WITH_TIMEOUT(host.report().done, kLongWaitMs);
         host.wait();
     }
 

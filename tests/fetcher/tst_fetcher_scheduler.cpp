@@ -134,7 +134,7 @@ private Q_SLOTS:
         const QString cachedFile = sampleCopy(QStringLiteral("stop-cached.mp4"));
         const qint64 warm = fetcher->fetchVideo(cachedFile, {0}, 32, true, false);
         QTRY_VERIFY_WITH_TIMEOUT(manager->cachedPickerFiles().contains(cachedFile), kLongWaitMs);
-        QCOMPARE(thumbs.size(), 1);
+        QTRY_COMPARE_WITH_TIMEOUT(thumbs.size(), 1, kLongWaitMs);
         QCOMPARE(thumbs.first().at(0).toLongLong(), warm);
 
         PickerLog log(manager);
