@@ -1,0 +1,121 @@
+#include "TestMedia.h"
+
+#include <QDir>
+#include <QFile>
+#include <QImage>
+#include <QProcess>
+#include <QtTest>
+
+// Runs the benchmark driver on a 2 s file and checks what it reports and writes.
+class TestBenchSmoke : public QObject
+{
+    Q_OBJECT
+
+private:
+    struct Run
+    {
+        int exitCode = -1;
+        QString out;
+    };
+
+    static Run runDriver(const QStringList &arguments)
+    {
+        QProcess process;
+        process.setProcessChannelMode(QProcess::SeparateChannels);
+        process.start(QStringLiteral(BENCH_FETCH_PATH), arguments);
+        Run run;
+        if (!process.waitForFinished(90000)) {
+            process.kill();
+            process.waitForFinished();
+            return run;
+        }
+        run.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -2;
+        run.out = QString::fromUtf8(process.readAllStandardOutput());
+        return run;
+    }
+
+    static QString thumbName(const QString &dir, int index)
+    {
+        return QStringLiteral("%1/thumb_%2.png").arg(dir).arg(index, 3, 10, QLatin1Char('0'));
+    }
+
+private slots:
+    void thumbnailsAreWrittenPerTarget()
+    {
+        const QString dir = TestMedia::scratchDir("bench-thumbs");
+        const Run run = runDriver({"thumbs", TestMedia::path("bench-tiny.mp4"), "--times", "200,1000,1720",
+                                   "--width", "160", "--out", dir, "--batches", "2"});
+        QCOMPARE(run.exitCode, 0);
+        const QStringList lines = run.out.split('\n', Qt::SkipEmptyParts);
+        QCOMPARE(lines.size(), 2);
+        QVERIFY2(lines[0].startsWith("batch=1 thumbs=3 null=0 unwritten=0 ms="), qPrintable(lines[0]));
+        QVERIFY2(lines[1].startsWith("batch=2 thumbs=3 null=0 unwritten=0 ms="), qPrintable(lines[1]));
+        QVERIFY(lines[1].contains(" rss_kb=") && !lines[1].contains("rss_kb=-1"));
+
+        QImage images[3];
+        for (int i = 0; i < 3; ++i) {
+            images[i] = QImage(thumbName(dir, i));
+            QCOMPARE(images[i].size(), QSize(160, 120));
+        }
+        // Each file holds its own target: different times give different pictures.
+        QVERIFY(images[0] != images[1] && images[1] != images[2]);
+        QVERIFY(!QFile::exists(thumbName(dir, 3)));
+    }
+
+    void matchCountsOnlyTheFrameClosestToItsTarget()
+    {
+        const QString thumbs = TestMedia::scratchDir("bench-match-thumbs");
+        QCOMPARE(runDriver({"thumbs", TestMedia::path("bench-tiny.mp4"), "--times", "200,1000,1720", "--out",
+                            thumbs})
+                     .exitCode,
+                 0);
+        // References built from the thumbnails themselves: target 0 is framed by
+        // targets 1 and 2 and is found exact; target 1 gets target 2's picture as
+        // its own and is not.
+        const QString refs = TestMedia::scratchDir("bench-match-refs");
+        const int layout[2][3] = {{1, 0, 2}, {0, 2, 1}};
+        for (int t = 0; t < 2; ++t)
+            for (int j = 0; j < 3; ++j)
+                QVERIFY(QFile::copy(thumbName(thumbs, layout[t][j]),
+                                    QStringLiteral("%1/ref_%2.png").arg(refs).arg(3 * t + j, 4, 10, QLatin1Char('0'))));
+
+        const Run run = runDriver({"match", refs, thumbs, "--count", "2", "--verbose"});
+        QCOMPARE(run.exitCode, 0);
+        const QStringList lines = run.out.split('\n', Qt::SkipEmptyParts);
+        QCOMPARE(lines.size(), 3);
+        QVERIFY2(lines[0].startsWith("target=0 ") && lines[0].contains(" at=0 ") && lines[0].endsWith(" exact"),
+                 qPrintable(lines[0]));
+        QVERIFY2(lines[1].startsWith("target=1 ") && lines[1].endsWith(" WRONG"), qPrintable(lines[1]));
+        QVERIFY2(lines[2].startsWith("exact=1 of=2 missing=0 "), qPrintable(lines[2]));
+    }
+
+    void waveformDeliversEveryValue()
+    {
+        const QString file = TestMedia::scratchDir("bench-wave") + "/peaks.u8";
+        const Run run = runDriver({"wave", TestMedia::path("bench-tiny.mp4"), "--length", "1500", "--values", "150",
+                                   "--pieces", "3", "--out", file});
+        QCOMPARE(run.exitCode, 0);
+        QVERIFY2(run.out.startsWith("wave values=150 pieces=3 "), qPrintable(run.out));
+        QFile peaks(file);
+        QVERIFY(peaks.open(QIODevice::ReadOnly));
+        const QByteArray values = peaks.readAll();
+        QCOMPARE(values.size(), 150);
+        // A steady tone at an eighth of full scale swings about 32 steps of the 8-bit
+        // range in every 10 ms bucket; the first bucket holds the encoder's fade-in.
+        QVERIFY(uint8_t(values[0]) > 0);
+        for (int i = 1; i < values.size(); ++i)
+            QVERIFY2(uint8_t(values[i]) >= 24 && uint8_t(values[i]) <= 40,
+                     qPrintable(QString("value %1 = %2").arg(i).arg(uint8_t(values[i]))));
+    }
+
+    void missingFileFailsInsteadOfHanging()
+    {
+        const QString missing = QDir::tempPath() + "/bench-no-such-file.mp4";
+        QCOMPARE(runDriver({"thumbs", missing, "--times", "0,40"}).exitCode, 1);
+        QCOMPARE(runDriver({"wave", missing, "--length", "1000", "--values", "10"}).exitCode, 1);
+        QCOMPARE(runDriver({"thumbs", missing}).exitCode, 2); // no times: usage
+    }
+};
+
+QTEST_GUILESS_MAIN(TestBenchSmoke)
+#include "tst_benchsmoke.moc"
