@@ -20,7 +20,7 @@ RemoteObjectMonitor::~RemoteObjectMonitor()
     mNode.reset();
 }
 
-bool RemoteObjectMonitor::startMonitoring(const QString &nodeUrl, const QString &name)
+bool RemoteObjectMonitor::startMonitoring(const QString &nodeUrl, const QString &name, int timeoutMs)
 {
     // The old replica, and with it the old connections, goes before its node.
     mReplica.reset();
@@ -33,6 +33,14 @@ bool RemoteObjectMonitor::startMonitoring(const QString &nodeUrl, const QString 
         return false;
     mReplica.reset(replica);
     watchReplica();
+
+    // A well-formed address is accepted even when nothing serves it (the node keeps
+    // retrying), so only an answer from the source proves the host is there. The
+    // handlers are connected first so the first state change is logged as well.
+    if (!replica->waitForSource(timeoutMs)) {
+        mReplica.reset();
+        return false;
+    }
     return true;
 }
 

@@ -25,10 +25,14 @@ public:
     ~RemoteObjectMonitor() override;
 
     /// Connects a fresh client node to `nodeUrl` and acquires a dynamic replica of the
-    /// source called `name`, replacing whatever was watched before. False when the node
-    /// refuses the URL or no replica could be acquired (nothing is logged then).
+    /// source called `name`, replacing whatever was watched before, then waits up to
+    /// `timeoutMs` for the source to answer. True once the replica is connected to the
+    /// source. False when the node refuses the URL, no replica could be acquired, or no
+    /// source answered in time (the replica is then released; the new node stays held).
+    /// The wait runs a local event loop on the calling thread, so queued events of that
+    /// thread may be delivered before this returns.
     /// Logs "replica initialized" and each "replicate state changed: " through qDebug.
-    bool startMonitoring(const QString &nodeUrl, const QString &name);
+    bool startMonitoring(const QString &nodeUrl, const QString &name, int timeoutMs = 3000);
 
 Q_SIGNALS:
     /// Emitted at every state change that leaves the replica invalid; may repeat.

@@ -152,9 +152,10 @@ private Q_SLOTS:
         QVERIFY(!capture.hasMessage(QStringLiteral("replica disconnectRemoteObject")));
     }
 
-    // A well-formed local: or tcp:// address is accepted before anything serves it: the
-    // node keeps trying in the background, so true means "watching", not "host alive".
-    void waitsForAHostThatComesUpLater_data()
+    // A well-formed local: or tcp:// address where nobody answers is refused after the
+    // wait, and so is a host that does not publish the asked name; once the host is up,
+    // asking again succeeds.
+    void refusesAnAddressNobodyAnswersAt_data()
     {
         QTest::addColumn<QString>("url");
         QTest::newRow("local") << uniqueLocalUrl("late");
@@ -163,21 +164,32 @@ private Q_SLOTS:
         QTest::newRow("tcp") << QStringLiteral("tcp://127.0.0.1:%1").arg(port);
     }
 
-    void waitsForAHostThatComesUpLater()
+    void refusesAnAddressNobodyAnswersAt()
     {
         QFETCH(QString, url);
+        constexpr int kShortWaitMs = 300;
         LogCapture capture;
         RemoteObjectMonitor monitor;
         QSignalSpy lost(&monitor, &RemoteObjectMonitor::disconnectRemoteObject);
-        QVERIFY(monitor.startMonitoring(url, QStringLiteral("Beacon")));
+        QVERIFY(!monitor.startMonitoring(url, QStringLiteral("Beacon"), kShortWaitMs));
+        QVERIFY(!capture.hasMessage(QStringLiteral("replica initialized")));
 
         SourceHost host;
         QVERIFY(host.start(url, QStringLiteral("Beacon")));
-        QTRY_VERIFY_WITH_TIMEOUT(capture.hasMessage(QStringLiteral("replica initialized")), kWaitMs);
+        QVERIFY(!monitor.startMonitoring(url, QStringLiteral("NoSuchSource"), kShortWaitMs));
+        QVERIFY(!capture.hasMessage(QStringLiteral("replica initialized")));
         QCOMPARE(lost.count(), 0);
+
+        QVERIFY(monitor.startMonitoring(url, QStringLiteral("Beacon"), kWaitMs));
+        QTRY_VERIFY_WITH_TIMEOUT(capture.hasMessage(QStringLiteral("replicate state changed: Valid")), kWaitMs);
+        QCOMPARE(countOf(capture, QStringLiteral("replica initialized")), 1);
+        QCOMPARE(lost.count(), 0);
+
+        host.kill();
+        QVERIFY(lost.wait(kWaitMs));
     }
 
-    // Only a URL that no client connection can be made for is refused outright.
+    // A URL that no client connection can be made for is refused without waiting.
     void refusesUrlsNoNodeCanServe()
     {
         LogCapture capture; // keeps Qt's own warnings about the URLs out of the test output
