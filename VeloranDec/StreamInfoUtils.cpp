@@ -57,15 +57,22 @@ int streamRotation(const AVStream *stream)
     return 0;
 }
 
+// The fields every stream record shares; the media type is left to the generic record,
+// the typed records keep their "unknown" default.
+void fillStreamFields(CStreamInfo &info, const AVStream *stream, int index)
+{
+    info.index = index;
+    info.codecId = stream->codecpar->codec_id;
+    info.timeBase = stream->time_base;
+}
+
 } // namespace
 
 QSharedPointer<CStreamInfo> makeStreamInfo(AVStream *stream, int index)
 {
     auto info = QSharedPointer<CStreamInfo>::create();
-    info->index = index;
+    fillStreamFields(*info, stream, index);
     info->mediaType = stream->codecpar->codec_type;
-    info->codecId = stream->codecpar->codec_id;
-    info->timeBase = stream->time_base;
     return info;
 }
 
@@ -73,9 +80,7 @@ QSharedPointer<CVideoStreamInfo> makeVideoStreamInfo(AVStream *stream, int index
 {
     const AVCodecParameters *par = stream->codecpar;
     auto info = QSharedPointer<CVideoStreamInfo>::create();
-    info->index = index;
-    info->codecId = par->codec_id;
-    info->timeBase = stream->time_base;
+    fillStreamFields(*info, stream, index);
     info->codecTag = par->codec_tag;
     info->pixFmt = par->format;
     info->width = par->width;
@@ -97,9 +102,7 @@ QSharedPointer<CAudioStreamInfo> makeAudioStreamInfo(AVStream *stream, int index
 {
     const AVCodecParameters *par = stream->codecpar;
     auto info = QSharedPointer<CAudioStreamInfo>::create();
-    info->index = index;
-    info->codecId = par->codec_id;
-    info->timeBase = stream->time_base;
+    fillStreamFields(*info, stream, index);
     info->durationMs = streamDurationMs(stream);
     info->sampleFmt = par->format;
 QT_WARNING_PUSH
