@@ -146,6 +146,15 @@ void FFDemuxer::seekByStream(qint64 ms, int streamIndex)
     }
 }
 
+qint64 FFDemuxer::indexedKeyFrameAtOrBefore(int streamIndex, qint64 ts) const
+{
+    if (!mFormatCtx || streamIndex < 0 || streamIndex >= static_cast<int>(mFormatCtx->nb_streams))
+        return AV_NOPTS_VALUE;
+    const AVIndexEntry *entry =
+        avformat_index_get_entry_from_timestamp(mFormatCtx->streams[streamIndex], ts, AVSEEK_FLAG_BACKWARD);
+    return entry ? entry->timestamp : AV_NOPTS_VALUE;
+}
+
 void FFDemuxer::seekByFilePos(qint64 bytePos)
 {
     if (!mFormatCtx)

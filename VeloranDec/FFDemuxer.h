@@ -47,6 +47,11 @@ public:
     virtual AVPacketPtr readPacket();
     /// Container duration in milliseconds; 0 when unknown or closed.
     virtual qint64 durationMs();
+    /// Where the container's index puts the last key frame of this stream at or
+    /// before `ts` (both in the stream's time base): where a seek to `ts` lands.
+    /// AV_NOPTS_VALUE when closed, for an index out of range, or when the index
+    /// has no such entry (or no entries at all, as in streamed formats).
+    virtual qint64 indexedKeyFrameAtOrBefore(int streamIndex, qint64 ts) const;
 
     /// The next packet of one stream; packets of other streams are dropped. Null as
     /// readPacket().

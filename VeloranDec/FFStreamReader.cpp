@@ -5,6 +5,8 @@
 
 #include <QThread>
 
+#include <algorithm>
+
 namespace Veloran {
 
 namespace {
@@ -12,6 +14,9 @@ namespace {
 // How often a backward read moves its boundary one frame back before giving up.
 // Real files need one or two steps (a seek landing exactly on the boundary).
 constexpr int kMaxStepsBack = 50;
+
+// How far an accurate seek that found no frame at all steps back first.
+constexpr long long kNothingFoundStepMs = 1000;
 
 // The first stream of `type` counting from 0 whose count reaches nth; -1 if none.
 int nthStreamOfType(const AVFormatContext *ctx, AVMediaType type, int nth)
@@ -87,12 +92,21 @@ void FFStreamReader::close()
     mDecoder.reset();
     mDemuxer.reset();
     mFrames.clear();
+    mShownFrame.reset();
+    mFrameAfterShown.reset();
     mStreamIndex = -1;
 }
 
 AVFramePtr FFStreamReader::readNextRawFrame()
 {
     assertOwnThread();
+    // The caller moves the decoder on: an accurate read must seek again.
+    remember({}, {});
+    return decodeNextFrame();
+}
+
+AVFramePtr FFStreamReader::decodeNextFrame()
+{
     if (mStreamIndex < 0 || !mDemuxer || !mDecoder)
         return {};
     if (!mFrames.empty())
@@ -128,7 +142,14 @@ AVFramePtr FFStreamReader::takeFirstFrame()
 
 AVFramePtr FFStreamReader::readNextFrame()
 {
-    AVFramePtr frame = readNextRawFrame();
+    assertOwnThread();
+    remember({}, {});
+    return decodeNextFrameMs();
+}
+
+AVFramePtr FFStreamReader::decodeNextFrameMs()
+{
+    AVFramePtr frame = decodeNextFrame();
     if (frame && getStream())
         resetPtsToMs(frame);
     return frame;
@@ -140,6 +161,7 @@ void FFStreamReader::resetPosition(long long ms, bool byStream)
         return;
     assertOwnThread();
     mFrames.clear();
+    remember({}, {});
     if (byStream)
         mDemuxer->seekByStream(ms, mStreamIndex);
     else
@@ -161,40 +183,92 @@ void FFStreamReader::seekByStream(long long ms, bool)
 
 AVFramePtr FFStreamReader::seekAndReadNextFrame(long long ms, bool accurate)
 {
-    seek(ms);
+    const long long interval = getStream() ? frameIntervalsMs() : 0;
+    // Reading on starts the scan below with the last frame returned held and the
+    // frame after it (when already read) next: exactly where the scan after a seek
+    // would stand once it got there, as every frame before lies more than one
+    // interval before the target.
+    AVFramePtr held;
+    AVFramePtr frame;
+    if (accurate && canReadOnTo(ms)) {
+        held = std::move(mShownFrame);
+        frame = std::move(mFrameAfterShown);
+        remember({}, {});
+    } else {
+        // The frame at a time within the first frame is the first frame: seek to
+        // the very start, which no container gets wrong.
+        seek(ms < interval ? 0 : ms);
+    }
     int attempt = 1;
     long long step = 0;
-    AVFramePtr held;
-    const long long interval = getStream() ? frameIntervalsMs() : 0;
-    for (;;) {
-        AVFramePtr frame = readNextFrame();
+    for (;; frame.reset()) {
         if (!frame)
+            frame = decodeNextFrameMs();
+        if (!frame) {
+            // Nothing decodable from the landing point to the end: the seek went
+            // past the last key frame (formats seeking without an index guess
+            // positions). Try from earlier.
+            if (accurate && !held && seekBack(ms, ms + kNothingFoundStepMs, attempt, step))
+                continue;
             return held;
+        }
         if (!accurate)
             return frame;
         const long long pts = frame->pts;
         // The target lies between the held frame and this one: the held frame is
         // the one on screen at the target.
         if (held && pts > ms && held->pts <= ms)
-            return held;
+            return remember(held, frame);
         // Landed after the target: try again from a bit earlier.
         if (seekBack(ms, pts, attempt, step)) {
             held.reset();
             continue;
         }
-        if (pts > ms - interval)
-            return frame;
+        if (pts > ms - interval) {
+            // A frame after the target (the step-backs ran out) is not a position
+            // to read on from.
+            return pts <= ms ? remember(frame, {}) : frame;
+        }
         held = frame;
     }
 }
 
+bool FFStreamReader::canReadOnTo(long long ms)
+{
+    const long long interval = getStream() ? frameIntervalsMs() : 0;
+    return mShownFrame && mShownFrame->pts == mShownPtsMs && interval > 0 && mShownPtsMs <= ms - interval
+           && readingOnIsCheaper(mShownPtsMs, ms);
+}
+
+AVFramePtr FFStreamReader::remember(AVFramePtr shown, AVFramePtr next)
+{
+    mShownFrame = shown;
+    mShownPtsMs = shown ? shown->pts : 0;
+    mFrameAfterShown = std::move(next);
+    return shown;
+}
+
+bool FFStreamReader::readingOnIsCheaper(long long, long long)
+{
+    return false;
+}
+
 bool FFStreamReader::seekBack(long long targetMs, long long firstPtsMs, int &attempt, long long &stepMs)
 {
-    if (attempt > 3 || firstPtsMs <= targetMs || frameIntervalsMs() >= targetMs)
+    const long long interval = frameIntervalsMs();
+    if (attempt > 3 || firstPtsMs <= targetMs || interval >= targetMs)
         return false;
+    // The first step goes back by the overshoot, but at least one frame: a seek
+    // lands on the key frame whose decode time is at or before the position, and
+    // B-frames can put its picture a few frames later. The next steps go much
+    // further: in open groups of pictures the B-frames before a key frame are
+    // dropped after a seek, and formats without an index (MPEG-TS) land anywhere in
+    // a group and decode only from the next key frame.
     if (attempt == 1)
-        stepMs = firstPtsMs - targetMs;
-    long long position = targetMs - stepMs * attempt;
+        stepMs = std::max(firstPtsMs - targetMs, interval);
+    static constexpr long long kStepFactor[] = {1, 8, 64};
+    static constexpr long long kLeastBackMs[] = {0, 1000, 5000};
+    long long position = targetMs - std::max(stepMs * kStepFactor[attempt - 1], kLeastBackMs[attempt - 1]);
     if (position < 0) {
         // From the very start there is nothing earlier to try.
         position = 0;

@@ -66,12 +66,22 @@ public:
     void seekByStream(long long ms, bool flag = false);
 
     /// With accurate, the frame shown at ms (the last one starting at or before it),
-    /// stepping the seek back up to three times when it lands after ms; otherwise
-    /// the first frame after the seek. Empty when no frame could be read.
+    /// stepping the seek back up to three times (see seekBack()) when it lands after
+    /// ms or finds no frame at all; a time within the first frame interval seeks to
+    /// the start. Otherwise the first frame after the seek. Empty when no frame
+    /// could be read.
+    ///
+    /// An accurate read whose target lies at least one frame after the frame the
+    /// previous accurate read returned may read on from there instead of seeking,
+    /// when readingOnIsCheaper() says so. It returns the same frame the seek would:
+    /// both scan the frames in order with the same rule. Any other read or seek in
+    /// between makes the next read seek.
     AVFramePtr seekAndReadNextFrame(long long ms, bool accurate);
     /// One step back for an accurate seek that landed after the target: seeks to
-    /// targetMs minus `attempt` times `stepMs` (the first overshoot, set on attempt
-    /// 1) and counts the attempt. False, without seeking, after three attempts, when
+    /// targetMs minus `stepMs` on attempt 1, minus 8 times `stepMs` but at least 1 s
+    /// on attempt 2, minus 64 times `stepMs` but at least 5 s on attempt 3 (`stepMs`,
+    /// set on attempt 1, is the first overshoot but at least one frame), and counts
+    /// the attempt. False, without seeking, after three attempts, when
     /// the frame is not after the target or the target lies within the first frame.
     bool seekBack(long long targetMs, long long firstPtsMs, int &attempt, long long &stepMs);
 
@@ -103,6 +113,11 @@ protected:
     /// lies before ms.
     QVector<AVFramePtr> readFramesBefore(long long ms);
 
+    /// Whether decoding on from the frame shown at fromMs to the one at toMs (both
+    /// as frame times of this reader, fromMs < toMs) costs less than seeking to toMs.
+    /// Streams whose seeks are cheap keep this default: never.
+    virtual bool readingOnIsCheaper(long long fromMs, long long toMs);
+
     /// Called once a stream is open, before openStream returns true.
     virtual void ensureStreamInfo(const QString &path) = 0;
     /// The position a seek moved to: where the timestamp prediction starts again.
@@ -115,9 +130,20 @@ private:
     bool openChosenStream(const QString &path, int index);
     void resetPosition(long long ms, bool byStream);
     AVFramePtr takeFirstFrame();
+    AVFramePtr decodeNextFrame();
+    AVFramePtr decodeNextFrameMs();
+    bool canReadOnTo(long long ms);
+    AVFramePtr remember(AVFramePtr shown, AVFramePtr next);
 
     // Decoded frames not handed out yet, oldest first.
     std::list<AVFramePtr> mFrames;
+    // Where the last accurate read left the decoder: the frame it returned and,
+    // when it was read, the frame after it (both with times in ms). Empty after
+    // any other read or seek.
+    AVFramePtr mShownFrame;
+    AVFramePtr mFrameAfterShown;
+    // The shown frame's time as returned, in case its holder rewrote it since.
+    long long mShownPtsMs = 0;
     int mStreamIndex = -1;
 };
 

@@ -9,6 +9,13 @@
 
 namespace Veloran {
 
+namespace {
+// Without an index, how far ahead a target may lie for reading on: seeks in such
+// formats (MPEG-TS, program streams) often land late and step back, and their key
+// frames usually come every half second or second.
+constexpr long long kReadOnWithoutIndexMs = 1000;
+} // namespace
+
 FFVideoStreamReader::FFVideoStreamReader(QObject *parent)
     : FFStreamReader(parent)
 {
@@ -61,6 +68,25 @@ long long FFVideoStreamReader::frameIntervalsMs()
     if (!mStreamInfo || mStreamInfo->frameRate.num < 1 || mStreamInfo->frameRate.den < 1)
         return 40;
     return static_cast<long long>(mStreamInfo->frameRate.den * 1000.0 / mStreamInfo->frameRate.num);
+}
+
+bool FFVideoStreamReader::readingOnIsCheaper(long long fromMs, long long toMs)
+{
+    const AVFormatContextPtr ctx = mDemuxer ? mDemuxer->formatCtx() : AVFormatContextPtr();
+    if (!getStream() || !ctx || (ctx->iformat->flags & AVFMT_NOTIMESTAMPS))
+        return false;
+    const long long keyFrame = mDemuxer->indexedKeyFrameAtOrBefore(streamIndex(), toStreamTime(toMs));
+    if (keyFrame == AV_NOPTS_VALUE)
+        return toMs - fromMs <= kReadOnWithoutIndexMs;
+    return keyFrame <= toStreamTime(fromMs);
+}
+
+long long FFVideoStreamReader::toStreamTime(long long ms)
+{
+    // The inverse of resetPtsToMs(): back to the file's own time line.
+    if (mStartTimeMs > 0)
+        ms += mStartTimeMs;
+    return av_rescale_q(ms, AVRational {1, 1000}, getStream()->time_base);
 }
 
 QVector<AVFramePtr> FFVideoStreamReader::revertSeekAndReadFrame(long long ms, long long)

@@ -52,10 +52,18 @@ public:
     long long startTimeMs() const { return mStartTimeMs; }
 
 protected:
+    /// True when the container's index puts the target's key frame no later than
+    /// the frame shown at fromMs: a seek would land there and decode at least as
+    /// many frames. Without an index (streamed formats), true for gaps up to a
+    /// second. Never for formats without timestamps, whose seeks restart the
+    /// predicted times at the target.
+    bool readingOnIsCheaper(long long fromMs, long long toMs) override;
     void ensureStreamInfo(const QString &path) override;
     void restartPrediction(long long ms) override;
 
 private:
+    long long toStreamTime(long long ms);
+
     long long mStartTimeMs = 0;
     QSharedPointer<CVideoStreamInfo> mStreamInfo;
     long long mNextPtsMs = 0;

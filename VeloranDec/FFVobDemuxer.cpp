@@ -77,6 +77,11 @@ qint64 FFVobDemuxer::durationMs()
     return (mChapterStartUs.last() + mChapters.last().durationUs) / 1000;
 }
 
+qint64 FFVobDemuxer::indexedKeyFrameAtOrBefore(int streamIndex, qint64 ts) const
+{
+    return isChaptered() ? AV_NOPTS_VALUE : FFDemuxer::indexedKeyFrameAtOrBefore(streamIndex, ts);
+}
+
 void FFVobDemuxer::resetTracks(int chapter, bool awaitKeys)
 {
     const AVFormatContextPtr ctx = formatCtx();

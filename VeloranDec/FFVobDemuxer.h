@@ -49,6 +49,10 @@ public:
     AVPacketPtr readPacket() override;
     /// The sum of the chapters' durations; the plain duration for one chapter.
     qint64 durationMs() override;
+    /// The plain index for a file of one chapter. A chaptered file's index holds the
+    /// chapters' own restarting times, which say nothing about the continuous clip:
+    /// AV_NOPTS_VALUE.
+    qint64 indexedKeyFrameAtOrBefore(int streamIndex, qint64 ts) const override;
 
     /// The chapters found at open; empty while closed.
     QVector<VobChapter> chapters() const;
