@@ -137,8 +137,8 @@ make_references() { # file targets-file dir first step count
 
 # Frames the exact-seek path decodes (from the keyframe at or before each target up to it,
 # plus the decoder's reordering delay, which it must fill before the target comes out) and
-# what reading on instead of seeking would decode (continue from the previous target when
-# it lies in the same GOP; the delay is paid once per seek). Prints "seek readOn total delay".
+# what reading on decodes (continue from the previous target when it lies in the same GOP;
+# the delay is paid once per seek), as the library does. Prints "seek readOn total delay".
 decode_work() { # file fps targets-file
     local file=$1 fps=$2 list=$3
     ffprobe -v error -select_streams v:0 -show_entries packet=pts_time,flags -of csv=p=0 "$file" |
@@ -244,10 +244,9 @@ fi # TABLE_ONLY
             -v fw="$(col "$job" decode-floor-1thread 4)" -v fc="$(col "$job" decode-floor-1thread 7)" \
             -v lw="$(col "$job" library 4)" -v lc="$(col "$job" library 7)" -v lr="$(col "$job" library 8)" \
             -v pr="$(col "$job" ffmpeg-per-target 8)" -v sr="$(col "$job" ffmpeg-select-pass 8)" 'BEGIN {
-            printf "- %s: %d targets. The seek-per-target path decodes %d frames; reading on within a GOP would decode %d; the file has %d.\n", job, n, seek, readOn, total
+            printf "- %s: %d targets. Reading on when the next target lies in the same GOP (as the library does) decodes %d frames; seeking for every target would decode %d; the file has %d.\n", job, n, readOn, seek, total
             printf "  Library / single-threaded decode floor: %.2fx wall, %.2fx CPU.\n", lw / fw, lc / fc
-            printf "  Per-thumbnail cost beyond the decoding it needs (floor cost per frame x frames decoded): %.1f ms wall, %.1f ms CPU.\n", (lw - seek * fw / total) / n * 1000, (lc - seek * fc / total) / n * 1000
-            printf "  Reading on instead of seeking would save about %.1f s CPU (%d frames, %.0f%% of the batch).\n", (seek - readOn) * fc / total, seek - readOn, 100 * (seek - readOn) * fc / total / lc
+            printf "  Per-thumbnail cost beyond the decoding it needs (floor cost per frame x %d frames): %.1f ms wall, %.1f ms CPU.\n", readOn, (lw - readOn * fw / total) / n * 1000, (lc - readOn * fc / total) / n * 1000
             printf "  Peak RSS library / ffmpeg per target: %.2fx; / ffmpeg select pass: %.2fx.\n", lr / pr, lr / sr
         }'
     done
