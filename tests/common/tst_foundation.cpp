@@ -1,0 +1,341 @@
+#include "LogCapture.h"
+#include "TestMedia.h"
+
+#include "Common/Helpers.h"
+#include "Common/Stopwatch.h"
+#include "FFmpegJoint.h"
+#include "Model/TimelineFiles.h"
+#include "VeloranBaseEntry.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTemporaryFile>
+#include <QThread>
+#include <QtTest>
+
+#include <climits>
+#include <cstdio>
+#include <unistd.h>
+
+using namespace Veloran;
+
+namespace {
+
+// Reads `data` as FFmpeg custom I/O, without seeking.
+struct MemoryFile
+{
+    QByteArray data;
+    static int read(void *opaque, uint8_t *buffer, int size)
+    {
+        QByteArray &data = static_cast<MemoryFile *>(opaque)->data;
+        const int count = qMin(size, data.size());
+        memcpy(buffer, data.constData(), size_t(count));
+        data.remove(0, count);
+        return count > 0 ? count : AVERROR_EOF;
+    }
+    AVIOContext *context() { return avio_alloc_context(static_cast<uint8_t *>(av_malloc(4096)), 4096, 0, this, &read, nullptr, nullptr); }
+};
+
+// Everything written to stderr while `fn` runs.
+template <typename Fn>
+QByteArray captureStderr(Fn fn)
+{
+    QTemporaryFile file;
+    if (!file.open())
+        return "cannot open capture file";
+    std::fflush(stderr);
+    const int saved = dup(STDERR_FILENO);
+    dup2(file.handle(), STDERR_FILENO);
+    fn();
+    std::fflush(stderr);
+    dup2(saved, STDERR_FILENO);
+    close(saved);
+    file.seek(0);
+    return file.readAll();
+}
+
+void writeRaw(const QString &path, const QByteArray &bytes)
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
+}
+
+} // namespace
+
+class TstFoundation : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void numberHelpers()
+    {
+        // The earliest wins a tie, an empty list gives the target back, and distances
+        // beyond the signed range do not overflow.
+        QCOMPARE(getNearestValue(QList<int>{10, 7, 3, 7}, 6), 7);
+        QCOMPARE(getNearestValue(QList<double>{1.5, 0.5}, 1.0), 1.5);
+        QCOMPARE(getNearestValue(QList<long long>{}, 42LL), 42LL);
+        QCOMPARE(getNearestValue(QList<int>{INT_MIN, INT_MAX}, 0), INT_MAX);
+        QCOMPARE(toEvenValue(7), 8);
+        QCOMPARE(toEvenValue(-3), -2);
+        // Ties go away from zero, also for negative factors.
+        QCOMPARE(closestNumber(10, 4), 12);
+        QCOMPARE(closestNumber(-10, 4), -12);
+        QCOMPARE(closestNumber(10, -4), 12);
+        QCOMPARE(closestNumber(9, 4), 8);
+    }
+
+    void utf8ValidationIsStrict()
+    {
+        QVERIFY(isUtf8String(nullptr));
+        QVERIFY(isUtf8String("Gr\xc3\xbc\xc3\x9f" "e \xe2\x82\xac \xf4\x8f\xbf\xbf")); // up to U+10FFFF
+        for (const char *bad : {"\xf4\x90\x80\x80" /* above U+10FFFF */, "\xed\xa0\x80" /* surrogate */,
+                                "\xc0\xaf", "\xe0\x9f\xbf" /* overlong */, "ok\xbf" /* stray continuation */,
+                                "\xc3\x28", "\xe2\x82" "abc", "abc\xf0\x9f" /* truncated */})
+            QVERIFY2(!isUtf8String(bad), QByteArray(bad).toHex().constData());
+    }
+
+    void namesPathsAndIds()
+    {
+        QVERIFY(isSocialType(QStringLiteral("TikTok")));
+        QVERIFY(!isSocialType(QStringLiteral("youtube")));
+        QCOMPARE(appendPath(QStringLiteral("/a/./b/"), QStringLiteral("/../c")), QStringLiteral("/a/c"));
+        QCOMPARE(appendPath(QStringLiteral(":"), QStringLiteral("fx")), QStringLiteral(":/fx"));
+        const QString id = md5FromQUuid();
+        QVERIFY2(QRegularExpression(QStringLiteral("^[0-9a-f]{32}$")).match(id).hasMatch(), qPrintable(id));
+        QVERIFY(md5FromQUuid() != id);
+        // With no known models the vendor named in the text is the answer.
+        QCOMPARE(getCodecGpuName(QStringLiteral("NVIDIA Quadro beside an AMD card")), QStringLiteral("NVIDIA"));
+        QCOMPARE(getCodecGpuName(QStringLiteral("AMD Radeon Pro 5500M")), QStringLiteral("AMD"));
+        QCOMPARE(getCodecGpuName(QStringLiteral("llvmpipe on amd64")), QString());
+    }
+
+    void imagesAreRecognisedByContentAndGifsAreNot()
+    {
+        QTemporaryDir dir;
+        // The content decides, not the suffix.
+        QVERIFY(QFile::copy(TestMedia::path("common-still.png"), dir.filePath("picture.gif")));
+        QVERIFY(QFile::copy(TestMedia::path("common-still.gif"), dir.filePath("animation.png")));
+        QVERIFY(isImage(dir.filePath("picture.gif")));
+        QVERIFY(!isImage(dir.filePath("animation.png")));
+        writeRaw(dir.filePath("empty.png"), QByteArray());
+        QVERIFY(!isImage(dir.filePath("empty.png")));
+        QVERIFY(!isImage(dir.filePath("missing.png")));
+        QVERIFY(!isImage(TestMedia::path("sample.mp4")));
+    }
+
+    void filesRoundTripAndFailSilently()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.filePath("timeline.json");
+        const QString text = QStringLiteral("{\"title\": \"Gr\u00fc\u00dfe \u20ac \U0001F600\"}\n");
+        LogCapture capture;
+        saveToFile(text, path);
+        QCOMPARE(getFileContent(path), text);
+        saveToFile(QStringLiteral("short"), path); // replaced, not partly overwritten
+        QCOMPARE(getFileContent(path), QStringLiteral("short"));
+
+        QCOMPARE(getFileContent(dir.path()), QString());
+        QCOMPARE(getFileContent(QString()), QString());
+        saveToFile(QStringLiteral("{}"), dir.filePath("no/such/out.json"));
+        QVERIFY(!QFile::exists(dir.filePath("no/such/out.json")));
+        saveToFile(QStringLiteral("{}"), QString());
+        QVERIFY2(capture.messages().isEmpty() && capture.records().isEmpty(), qPrintable(capture.messages().join('\n')));
+    }
+
+    void jsonConvertsBothWays()
+    {
+        const QVariantMap map{{"name", QStringLiteral("Clip \u00e9")}, {"count", 3}, {"speed", 1.5}, {"muted", true},
+                              {"clips", QVariantList{QVariantMap{{"file_path", "/m/a.mp4"}}, "x", 7}}};
+        const QString compact = variantMapToJson(map, false);
+        QCOMPARE(compact, QStringLiteral("{\"clips\":[{\"file_path\":\"/m/a.mp4\"},\"x\",7],\"count\":3,"
+                                         "\"muted\":true,\"name\":\"Clip \u00e9\",\"speed\":1.5}"));
+        const QString indented = variantMapToJson(map, true);
+        QVERIFY(indented.startsWith(QStringLiteral("{\n    \"clips\": [\n")));
+        QCOMPARE(variantMapToJson(jsonToVariantMap(indented), false), compact);
+        QCOMPARE(jsonToVariantList(QStringLiteral("[1, {\"three\": 3}]")).value(1).toMap().value("three").toInt(), 3);
+        // Arrays are not maps and objects are not lists.
+        QVERIFY(jsonToVariantMap(QStringLiteral("[1, 2]")).isEmpty());
+        QVERIFY(jsonToVariantList(QStringLiteral("{\"a\": 1}")).isEmpty());
+    }
+
+    void badJsonGivesEmptyContainers_data()
+    {
+        QTest::addColumn<QString>("json");
+        QTest::newRow("empty") << QString();
+        QTest::newRow("unclosed") << QStringLiteral("{\"a\": [1, 2");
+        QTest::newRow("trailing") << QStringLiteral("{\"a\": 1} trailing");
+        QTest::newRow("garbage") << QString::fromLatin1("\x01\x02\xff garbage");
+        // Qt's parser leaks what a repeated key replaces, so such text is refused.
+        QTest::newRow("repeated key") << QStringLiteral("{\"s\": [[]], \"s\": \"\"}");
+        QTest::newRow("repeated key in list") << QStringLiteral("[{\"a\": {}, \"a\": 1}]");
+    }
+
+    void badJsonGivesEmptyContainers()
+    {
+        QFETCH(QString, json);
+        QVERIFY(jsonToVariantMap(json).isEmpty());
+        QVERIFY(jsonToVariantList(json).isEmpty());
+    }
+
+    void timelineDirDotBecomesTheFilesFolder_data()
+    {
+        QTest::addColumn<QString>("timelineDir");
+        QTest::newRow("dot") << QStringLiteral(".");
+        QTest::newRow("dot slash") << QStringLiteral("./");
+        QTest::newRow("absolute") << QStringLiteral("/srv/projects/trip");
+    }
+
+    void timelineDirDotBecomesTheFilesFolder()
+    {
+        QFETCH(QString, timelineDir);
+        QTemporaryDir dir;
+        QVERIFY(QDir(dir.path()).mkpath("project/sub"));
+        writeRaw(dir.filePath("project/sub/timeline.json"),
+                 QStringLiteral("{\"preview_param\": {\"timeline_dir\": \"%1\", \"width\": 1920},"
+                                " \"clips\": [{\"file_path\": \"../a.mp4\"}, {\"file_path\": \"b.mp4\"}]}")
+                     .arg(timelineDir).toUtf8());
+        // Read through a relative path: the folder still comes back absolute.
+        const QString previous = QDir::currentPath();
+        QVERIFY(QDir::setCurrent(dir.path()));
+        const QString json = loadTimelineJsonFromPath(QStringLiteral("project/sub/timeline.json"));
+        QVERIFY(QDir::setCurrent(previous));
+
+        const QVariantMap all = jsonToVariantMap(json);
+        const QVariantMap preview = all.value("preview_param").toMap();
+        QCOMPARE(preview.value("timeline_dir").toString(),
+                 timelineDir == "." ? QDir(dir.path()).absoluteFilePath("project/sub") : timelineDir);
+        QCOMPARE(preview.value("width").toInt(), 1920);
+        QCOMPARE(getTimelineFirstClipPath(all), QStringLiteral("../a.mp4")); // as written
+        QVERIFY(json.contains(QStringLiteral("\n    \"clips\""))); // indented
+    }
+
+    void timelineWithoutPreviewParamOrClips()
+    {
+        QTemporaryDir dir;
+        const QString path = dir.filePath("timeline.json");
+        writeRaw(path, "{\"clips\": [{\"name\": \"no path\"}], \"timeline_dir\": \".\"}");
+        const QVariantMap map = jsonToVariantMap(loadTimelineJsonFromPath(path));
+        QCOMPARE(map.value("timeline_dir").toString(), QStringLiteral("."));
+        QVERIFY(!map.contains("preview_param"));
+        QCOMPARE(getTimelineFirstClipPath(map), QString());
+        QVERIFY(jsonToVariantMap(loadTimelineJsonFromPath(dir.filePath("missing.json"))).isEmpty());
+    }
+
+    void materialIsReadFromItsFolderAndResourceFile()
+    {
+        const QString material = TestMedia::path("common-material");
+        LogCapture capture;
+        const QVariantMap map = getMaterialJsonMap(material);
+        QCOMPARE(capture.messages(),
+                 QStringList{QStringLiteral(
+                     "jsonMap :  QMap((\"duration\", QVariant(qlonglong, 4000))(\"name\", QVariant(QString, \"Snow\"))"
+                     "(\"rcc_prefix\", QVariant(QString, \"snow\"))(\"source\", QVariant(QString, \"media/flakes.json\")))")});
+        const QString source = getRccSourcePath(material, map);
+        QCOMPARE(source, QStringLiteral(":/snow/media/flakes.json"));
+        QFile resource(source);
+        QVERIFY(resource.open(QIODevice::ReadOnly));
+        QCOMPARE(jsonToVariantMap(QString::fromUtf8(resource.readAll())).value("flakes").toInt(), 240);
+        // A prefix written with its slash gives the same path; registering again is harmless.
+        QCOMPARE(getRccSourcePath(material, {{"rcc_prefix", "/snow"}, {"source", "media/flakes.json"}}), source);
+
+        QTemporaryDir empty;
+        capture.clear();
+        QVERIFY(getMaterialJsonMap(empty.path()).isEmpty());
+        QCOMPARE(capture.messages(), QStringList{QStringLiteral("jsonMap :  QMap()")});
+        QCOMPARE(getRccSourcePath(empty.path(), map), QString());
+        writeRaw(empty.filePath("resource.rcc"), "this is not a resource file");
+        QCOMPARE(getRccSourcePath(empty.path(), map), QString());
+    }
+
+    void recordsCarryTextOriginAndFunction()
+    {
+        LogCapture capture;
+        const int line = __LINE__ + 1;
+        VR_LOG << "count: " << 3 << ", name " << QStringLiteral("x") << " ratio " << 2.5 << " " << true;
+        QCOMPARE(capture.records().size(), 1);
+        const Record record = capture.records().first();
+        QCOMPARE(record.text(), QStringLiteral("count: 3, name x ratio 2.5 true"));
+        QCOMPARE(record.sourcePath(), QStringLiteral("tests/common/tst_foundation"));
+        QCOMPARE(record.function(), QStringLiteral("void TstFoundation::recordsCarryTextOriginAndFunction()"));
+        QCOMPARE(record.line(), line);
+        QVERIFY(capture.messages().isEmpty()); // tagged lines do not go through qDebug
+        // A checkout below a folder named like a project folder.
+        QCOMPARE(Record::projectRelativePath("/home/Projects/vr/VeloranDec/Adapter/FFVideoAdapter.cpp"),
+                 QStringLiteral("VeloranDec/Adapter/FFVideoAdapter"));
+        QCOMPARE(Record::projectRelativePath(nullptr), QString());
+    }
+
+    void loggerSinkIsReplaceableAndStderrIsTheDefault()
+    {
+        Logger *logger = VeloranBaseEntry()->logger();
+        LogCapture capture;
+        QStringList mine;
+        const Logger::Sink previous = logger->setSink([&](const Record &record) { mine.append(record.text()); });
+        VR_LOG << "to my sink";
+        logger->setSink(previous);
+        VR_LOG << "back to the capture";
+        QCOMPARE(mine, QStringList{"to my sink"});
+        QCOMPARE(capture.recordTexts(), QStringList{"back to the capture"});
+
+        Logger own;
+        Record record("void f()", "VeloranDec/FFDecoder.cpp", 77);
+        record << "---player--- decode error " << -11;
+        const QByteArray written = captureStderr([&] { own.write(record); });
+        QCOMPARE(written, QByteArray("[VeloranDec/FFDecoder:77] ---player--- decode error -11\n"));
+        own.setSink([](const Record &) {});
+        QCOMPARE(captureStderr([&] { own.write(record); }), QByteArray());
+        own.setSink({}); // an empty sink hands back to stderr
+        QCOMPARE(captureStderr([&] { own.write(record); }), written);
+
+        PropertyMap *properties = VeloranBaseEntry()->properties();
+        QVERIFY(!properties->value(QStringLiteral("kVob_DeMux_Enabled")).isValid()); // absent reads as invalid
+    }
+
+    void ffmpegGlueOwnsAndLogs()
+    {
+        // The sanitizer build's leak check tells whether these are freed.
+        QVERIFY(makeAVFramePtr(nullptr).isNull());
+        QVERIFY(makeSwsContextPtr(sws_getContext(16, 16, AV_PIX_FMT_YUV420P, 8, 8, AV_PIX_FMT_RGB24, SWS_BILINEAR,
+                                                 nullptr, nullptr, nullptr)));
+        AVFormatContextPtr context;
+        QCOMPARE(openInputContext(context, TestMedia::path("sample.mp4").toUtf8().constData(), nullptr), 0);
+        QCOMPARE(int(context->nb_streams), 2);
+        QVERIFY(openInputContext(context, "/no/such/file.mp4", nullptr) < 0);
+        QVERIFY(context.isNull());
+        // Custom I/O that fails to open is freed with the context FFmpeg dropped.
+        MemoryFile nothing;
+        QVERIFY(openInputContext(context, "", nothing.context()) < 0);
+        MemoryFile garbage{QByteArray(8192, '\x5a')};
+        QVERIFY(openInputContext(context, "", garbage.context()) < 0);
+        QVERIFY(context.isNull());
+
+        LogCapture capture;
+        logIf_FF_Error(0, "open input");
+        logIf_FF_Error(AVERROR(ENOENT), "---demux--- open input");
+        logIf_FF_Error(AVERROR_EOF, "---player--- read packet");
+        QCOMPARE(capture.recordTexts(), (QStringList{"---demux--- open input -2: No such file or directory",
+                                                     "---player--- read packet -541478725: End of file"}));
+        QCOMPARE(capture.records().first().sourcePath(), QStringLiteral("Platform/FFmpegJoint/FFmpegJoint"));
+    }
+
+    void stopwatchLogsItsNameAndRoundedMicroseconds()
+    {
+        QCOMPARE(Stopwatch::roundedMicroseconds(1234500), 1235LL);
+        QCOMPARE(Stopwatch::roundedMicroseconds(1234450), 1234LL); // only the hundreds digit counts
+        LogCapture capture;
+        {
+            Stopwatch watch(QStringLiteral("decode frame"));
+            Stopwatch nameless;
+            QThread::msleep(3);
+        }
+        QCOMPARE(capture.messages().size(), 1); // the nameless one is silent
+        const QRegularExpressionMatch match = QRegularExpression(QStringLiteral("^\"decode frame\"  cost : (\\d+) \\(ns\\)$"))
+                                                  .match(capture.messages().first());
+        QVERIFY2(match.hasMatch(), qPrintable(capture.messages().first()));
+        QVERIFY(match.captured(1).toLongLong() >= 3000); // microseconds, despite the label
+    }
+};
+
+QTEST_GUILESS_MAIN(TstFoundation)
+#include "tst_foundation.moc"
