@@ -1,0 +1,334 @@
+#include "Model/EditCommand.h"
+#include "Model/JSAudioClip.h"
+#include "Model/JSPicClip.h"
+#include "Model/JSVideoClip.h"
+#include "Model/NLListNode.h"
+#include "Model/NLMapNode.h"
+#include "Model/TimelineFiles.h"
+
+#include <QtTest>
+
+using namespace Veloran;
+
+namespace {
+
+const char *kDocument = R"({
+  "id": "/", "preview_param": {"timeline_dir": "/p"},
+  "title": "demo", "count": 3, "big": 5000000000, "ratio": 0.25,
+  "tracks": [
+    {"id": "t1", "clips": [
+      {"id": "c1", "file_path": "a.mp4", "transform": {"id": "tr1", "zoom": 1},
+       "variableSpeed": [{"id": "v1", "original_pos": 0, "value": 1}]},
+      {"id": "c2", "file_path": "b.mp4"}]},
+    {"id": "t2", "clips": []}],
+  "numbers": [1, "two", [{"id": "deep"}]],
+  "settings": {"id": "s", "level": 2}
+})";
+
+NLMapNodePtr makeRoot(const char *json = kDocument)
+{
+    return NLMapNodePtr(new NLMapNode(QString::fromUtf8(json)));
+}
+
+// The node with `id` as the root sees it now, and its container.
+INode *find(const NLMapNodePtr &root, const QString &id, INode **parent = nullptr)
+{
+    INode *ignored = nullptr;
+    return root->findNode(id, parent ? parent : &ignored);
+}
+NLMapNode *mapAt(const NLMapNodePtr &root, const QString &id) { return dynamic_cast<NLMapNode *>(find(root, id)); }
+NLListNode *listAt(const NLMapNodePtr &root, const QString &id) { return dynamic_cast<NLListNode *>(find(root, id)); }
+
+QStringList ids(const NLListNode *list)
+{
+    QStringList result;
+    for (const NLMapNodePtr &node : list->nodeList())
+        result << node->tagID();
+    return result;
+}
+
+void send(const NLMapNodePtr &root, qint32 kind, const QString &target, const QString &content)
+{
+    root->processCommand(EditCommand{kind, target, content}, nullptr);
+}
+
+} // namespace
+
+class TstModel : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void parsesATreeAndFindsNodesDepthFirst()
+    {
+        const NLMapNodePtr root = makeRoot();
+        const NLListNodePtr tracks = root->getListNodeByID("/#tracks");
+        const NLListNodePtr clips = tracks->getNode("t1")->getListNodeByID("t1#clips");
+        QCOMPARE(ids(clips.data()), QStringList({"c1", "c2"}));
+        QVERIFY(tracks->getNode("t2")->getListNodeByID("t2#clips")->nodeList().isEmpty());
+        // Every node carries the root's directory, however deep.
+        QCOMPARE(clips->getNode("c1")->getMapNodeByKey("transform")->timelineDir(), QStringLiteral("/p"));
+        // Non-object elements become empty map nodes; an array inside an array is no node.
+        QCOMPARE(root->getListNodeByID("/#numbers")->nodeList().size(), 3);
+        QVERIFY(root->getListNodeByID("/#numbers")->nodeList().at(2)->toMap().isEmpty());
+        QVERIFY(!find(root, "deep"));
+        QVERIFY(!root->getMapNodeByKey("tracks") && !root->getMapNodeByKey("title"));
+        QVERIFY(!root->getListNodeByID("t1#clips")); // only direct children
+
+        INode *parent = reinterpret_cast<INode *>(0x1);
+        QCOMPARE(find(root, "/", &parent), static_cast<INode *>(root.data()));
+        QCOMPARE(parent, static_cast<INode *>(nullptr));
+        QCOMPARE(find(root, "c2", &parent), static_cast<INode *>(clips->getNode("c2").data()));
+        QCOMPARE(parent, static_cast<INode *>(clips.data()));
+        QCOMPARE(find(root, "t1#clips", &parent), static_cast<INode *>(clips.data()));
+        QCOMPARE(parent, static_cast<INode *>(tracks->getNode("t1").data()));
+        QVERIFY(root->findNode("c1", nullptr)); // a null out-pointer is tolerated
+        // The first hit in pre-order wins; keys are walked in order ("a" before "b").
+        const NLMapNodePtr twins = makeRoot(R"({"id": "/", "b": {"id": "x", "side": "b"}, "a": [{"id": "x", "side": "a"}]})");
+        QCOMPARE(mapAt(twins, "x")->stringValue("side"), QStringLiteral("a"));
+    }
+
+    void valuesConvertAndPathsResolveAgainstTheTimelineDir()
+    {
+        const NLMapNodePtr root = makeRoot();
+        QCOMPARE(root->opStringValue("count"), std::optional<QString>(QStringLiteral("3")));
+        QCOMPARE(root->opInt64Value("big"), std::optional<qint64>(Q_INT64_C(5000000000)));
+        QCOMPARE(root->opFloatValue("ratio"), std::optional<float>(0.25f));
+        QVERIFY(!root->opIntValue("missing").has_value());
+        QCOMPARE(root->intValue("missing"), 0);
+        QCOMPARE(root->intValue("title"), 0); // not a number
+        root->setValue("hole", QVariant());
+        root->setValue("zero", 0);
+        QVERIFY(!root->opIntValue("hole").has_value());
+        QCOMPARE(root->opIntValue("zero"), std::optional<int>(0));
+
+        const NLMapNodePtr paths = makeRoot(R"({"id": "/", "preview_param": {"timeline_dir": "/home/u"},
+            "res": ":/a/b", "drive": "C:/a/b.mp4", "rel": "media/a.mp4", "abs": "/x/y.mp4", "empty": ""})");
+        QCOMPARE(paths->pathValue("res"), QStringLiteral(":/a/b"));
+        QCOMPARE(paths->pathValue("drive"), QStringLiteral("C:/a/b.mp4"));
+        QCOMPARE(paths->pathValue("rel"), QStringLiteral("/home/u/media/a.mp4"));
+        QCOMPARE(paths->pathValue("abs"), QStringLiteral("/home/u/x/y.mp4"));
+        QCOMPARE(paths->pathValue("empty"), QString());
+        QCOMPARE(mapAt(root, "c1")->pathValue("file_path"), QStringLiteral("/p/a.mp4"));
+        // Only a root "/" with "preview_param" has a directory.
+        QCOMPARE(makeRoot(R"({"id": "/", "rel": "a"})")->pathValue("rel"), QStringLiteral("a"));
+        QCOMPARE(makeRoot(R"({"id": "x", "preview_param": {"timeline_dir": "/d"}, "rel": "a"})")->pathValue("rel"),
+                 QStringLiteral("a"));
+    }
+
+    void resetKeepsNodeIdentityAndModifyStoresPlainValues()
+    {
+        const NLMapNodePtr root = makeRoot();
+        const NLListNodePtr clips = mapAt(root, "t1")->getListNodeByID("t1#clips");
+        const NLMapNodePtr c1 = clips->getNode("c1");
+        const NLMapNodePtr transform = c1->getMapNodeByKey("transform");
+        const NLMapNodePtr settings = root->getMapNodeByKey("settings");
+        root->resetNode(jsonToVariantMap(R"({"id": "/", "preview_param": {"timeline_dir": "/other"},
+          "tracks": [{"id": "t1", "clips": [{"id": "c3"}, {"id": "c1", "transform": {"id": "tr1", "zoom": 3}}]}]})"));
+        QCOMPARE(mapAt(root, "t1")->getListNodeByID("t1#clips"), clips);
+        QCOMPARE(ids(clips.data()), QStringList({"c3", "c1"}));
+        QCOMPARE(clips->getNode("c1"), c1);
+        QCOMPARE(c1->getMapNodeByKey("transform"), transform);
+        QCOMPARE(transform->floatValue("zoom"), 3.0f);
+        QCOMPARE(transform->timelineDir(), QStringLiteral("/other"));
+        QVERIFY(!c1->opStringValue("file_path").has_value());
+        // Keys missing from the new map go with their children; holders keep theirs.
+        QVERIFY(!root->getMapNodeByKey("settings"));
+        QCOMPARE(settings->intValue("level"), 2);
+
+        root->modifyNode(jsonToVariantMap(R"({"title": "renamed", "extra": {"id": "inner"}, "more": [{"id": "m"}]})"));
+        QCOMPARE(root->stringValue("title"), QStringLiteral("renamed"));
+        QCOMPARE(root->toMap().value("extra").userType(), int(QMetaType::QVariantMap));
+        QVERIFY(!find(root, "inner") && !find(root, "m"));
+    }
+
+    void clonesShareNoNodesAndJsonRoundTrips()
+    {
+        const NLMapNodePtr root = makeRoot();
+        const NLMapNodePtr copy = root->clone();
+        mapAt(copy, "c1")->setValue("file_path", "changed");
+        QCOMPARE(mapAt(root, "c1")->stringValue("file_path"), QStringLiteral("a.mp4"));
+        const NLListNodePtr tracks = root->getListNodeByID("/#tracks");
+        const QList<NLMapNodePtr> elements = tracks->nodeList();
+        const QString before = root->toJson();
+        root->copyOnWrite();
+        QCOMPARE(root->toJson(), before);
+        QVERIFY(root->getListNodeByID("/#tracks") != tracks);
+        tracks->copyOnWrite();
+        QVERIFY(tracks->nodeList().at(0) != elements.at(0));
+        QCOMPARE(tracks->nodeList().at(0)->toJson(), elements.at(0)->toJson());
+
+        QCOMPARE(root->toMap().value("tracks").userType(), QMetaType::type("Veloran::NLListNodePtr"));
+        QCOMPARE(root->toMap().value("settings").userType(), QMetaType::type("Veloran::NLMapNodePtr"));
+        QCOMPARE(root->toJsonMap().value("tracks").userType(), int(QMetaType::QVariantList));
+        QVERIFY(before.contains('\n')); // indented
+        QCOMPARE(NLMapNode(before).toJson(), before);
+        QCOMPARE(jsonToVariantMap(before).value("numbers").toList(), QVariantList({QVariantMap(), QVariantMap(), QVariantMap()}));
+    }
+
+    void badJsonGivesAnEmptyUsableNode()
+    {
+        for (const QString &text : {QStringLiteral("{not json"), QStringLiteral("[1, 2]"), QString()}) {
+            NLMapNode node(text);
+            QVERIFY(node.tagID().isEmpty() && node.toMap().isEmpty());
+            QVERIFY(!node.findNode("x", nullptr));
+            node.setValue("k", 1);
+            QCOMPARE(node.intValue("k"), 1);
+        }
+        QVERIFY(NLListNode("l", "/d", jsonToVariantList("not a list")).nodeList().isEmpty());
+    }
+
+    void mapEditsCopyTheTargetAndLeaveOldHoldersAlone()
+    {
+        const NLMapNodePtr root = makeRoot();
+        const NLListNodePtr tracks = root->getListNodeByID("/#tracks");
+        send(root, EditCommand::ModifyNode, "/", R"({"title": "renamed"})");
+        QCOMPARE(root->stringValue("title"), QStringLiteral("renamed"));
+        QVERIFY(root->getListNodeByID("/#tracks") != tracks); // the root copied itself
+        QCOMPARE(ids(tracks.data()), QStringList({"t1", "t2"}));
+
+        // A target inside a list: the list (its container) is edited in place and holds
+        // the new clone; holders of the old clip still see the old values.
+        NLListNode *clips = listAt(root, "t1#clips");
+        const NLMapNodePtr oldC1 = clips->getNode("c1");
+        send(root, EditCommand::ModifyNode, "c1", R"({"file_path": "new.mp4"})");
+        QCOMPARE(clips->getNode("c1")->pathValue("file_path"), QStringLiteral("/p/new.mp4"));
+        QCOMPARE(oldC1->stringValue("file_path"), QStringLiteral("a.mp4"));
+        // A target inside a map: likewise.
+        const NLMapNodePtr oldTransform = mapAt(root, "c1")->getMapNodeByKey("transform");
+        send(root, EditCommand::ModifyNode, "tr1", R"({"zoom": 4})");
+        QCOMPARE(mapAt(root, "c1")->getMapNodeByKey("transform")->intValue("zoom"), 4);
+        QCOMPARE(oldTransform->intValue("zoom"), 1);
+
+        send(root, EditCommand::ResetNode, "/", R"({"id": "/", "preview_param": {"timeline_dir": "/q"}, "tracks": [{"id": "t9"}]})");
+        QCOMPARE(root->timelineDir(), QStringLiteral("/q"));
+        QVERIFY(!root->opStringValue("title").has_value());
+        QCOMPARE(ids(listAt(root, "/#tracks")), QStringList({"t9"}));
+    }
+
+    // A list command for a list below a clip travels: the root copies the clip, finds
+    // the fresh list, and the list copies its container once more before editing. The
+    // edit must land in the list the tree holds after that second copy.
+    void listEditsReachTheTreeAndLeaveOldHoldersAlone()
+    {
+        const NLMapNodePtr root = makeRoot();
+        const NLListNodePtr oldSpeed = mapAt(root, "c1")->getListNodeByID("c1#variableSpeed");
+        send(root, EditCommand::AppendNode, "c1#variableSpeed", R"({"id": "v2", "value": 2})");
+        QCOMPARE(ids(listAt(root, "c1#variableSpeed")), QStringList({"v1", "v2"}));
+        QCOMPARE(listAt(root, "c1#variableSpeed")->nodeList().at(1)->timelineDir(), QStringLiteral("/p"));
+        send(root, EditCommand::RemoveNode, "c1#variableSpeed", R"({"id": "v1"})");
+        QCOMPARE(ids(listAt(root, "c1#variableSpeed")), QStringList({"v2"}));
+        send(root, EditCommand::ResetList, "c1#variableSpeed", R"([{"id": "a"}, {"id": "b", "value": 3}])");
+        QCOMPARE(ids(listAt(root, "c1#variableSpeed")), QStringList({"a", "b"}));
+        QCOMPARE(ids(oldSpeed.data()), QStringList({"v1"}));
+
+        // Lists below a track and directly below the root. Ids are not checked on
+        // append, and a remove takes only the first match.
+        send(root, EditCommand::AppendNode, "t1#clips", R"({"id": "c1", "copy": true})");
+        QCOMPARE(ids(listAt(root, "t1#clips")), QStringList({"c1", "c2", "c1"}));
+        send(root, EditCommand::RemoveNode, "t1#clips", R"({"id": "c1"})");
+        QCOMPARE(ids(listAt(root, "t1#clips")), QStringList({"c2", "c1"}));
+        QVERIFY(mapAt(root, "c1")->boolValue("copy"));
+        const NLListNodePtr oldTracks = root->getListNodeByID("/#tracks");
+        send(root, EditCommand::RemoveNode, "/#tracks", R"({"id": "t1"})");
+        QCOMPARE(ids(listAt(root, "/#tracks")), QStringList({"t2"}));
+        QCOMPARE(ids(oldTracks.data()), QStringList({"t1", "t2"}));
+
+        // A reset keeps the element of an id that stays; a list edits its own element
+        // without copying.
+        NLListNode *clips = listAt(root, "t2#clips");
+        clips->processCommand(EditCommand{EditCommand::ResetList, "t2#clips", R"([{"id": "k"}])"}, nullptr);
+        const NLMapNodePtr kept = clips->getNode("k");
+        clips->processCommand(EditCommand{EditCommand::ResetList, "t2#clips", R"([{"id": "k", "v": 1}, {"id": "n"}])"}, nullptr);
+        QCOMPARE(clips->getNode("k"), kept);
+        QCOMPARE(kept->intValue("v"), 1);
+        clips->processCommand(EditCommand{EditCommand::ModifyNode, "k", R"({"w": 5})"}, nullptr);
+        QCOMPARE(clips->getNode("k"), kept);
+        QCOMPARE(kept->intValue("w"), 5);
+    }
+
+    void badCommandsAreHarmless()
+    {
+        const NLMapNodePtr root = makeRoot();
+        const QString before = root->toJson();
+        send(root, EditCommand::ModifyNode, "nobody", R"({"x": 1})");
+        send(root, 7, "c1", R"({"x": 1})");
+        send(root, EditCommand::ModifyNode, "t1#clips", R"({"x": 1})"); // map kind for a list
+        send(root, EditCommand::AppendNode, "c1", R"({"id": "x"})");     // list kind for a map
+        send(root, EditCommand::ModifyNode, "c2", "{broken");
+        QCOMPARE(root->toJson(), before);
+        // Text that does not parse stands for an empty map or list.
+        send(root, EditCommand::AppendNode, "t1#clips", "{broken");
+        QCOMPARE(ids(listAt(root, "t1#clips")), QStringList({"c1", "c2", ""}));
+        send(root, EditCommand::ResetList, "c1#variableSpeed", R"({"id": "an object"})");
+        QVERIFY(listAt(root, "c1#variableSpeed")->nodeList().isEmpty());
+        send(root, EditCommand::ModifyNode, "c2", R"({"ok": true})");
+        QVERIFY(mapAt(root, "c2")->boolValue("ok")); // still a working tree
+    }
+
+    void clipViewsReadDefaultsAndValues()
+    {
+        const JSVideoClip none;
+        QCOMPARE(none.speed(), 1.0);
+        QCOMPARE(none.alpha(), 1.0f);
+        QCOMPARE(none.timelineLength(), 0);
+        const JSVideoClip bare(makeRoot(R"({"id": "c"})"));
+        QVERIFY(!bare.rangeBegin().has_value() && !bare.zOrder().has_value());
+        QCOMPARE(bare.backgroundStyle(), QStringLiteral("color"));
+        QCOMPARE(bare.backgroundValue(), QStringLiteral("#000000"));
+        QCOMPARE(bare.backgroundFillMode(), QStringLiteral("aspect_fill"));
+
+        const NLMapNodePtr root = makeRoot(R"({"id": "/", "preview_param": {"timeline_dir": "/tl"}, "tracks": [{"id": "t",
+          "clips": [{"id": "c", "track_ref": "t", "range_begin": 0, "speed": 0.5, "dir_path": "mat", "file_path": "a.mp4",
+          "alpha": 0.25, "z_order": 0, "background_style": "", "file_audio_stream_index": 3,
+          "video_filters": [{"name": "blur"}], "audio_filters": [{"gain": 2}], "transform": {"id": "tr", "zoom": 1}}]}]})");
+        const JSVideoClip video(root->getListNodeByID("/#tracks")->getNode("t")->getListNodeByID("t#clips")->getNode("c"));
+        QCOMPARE(video.rangeBegin(), std::optional<qint64>(0));
+        QCOMPARE(video.zOrder(), std::optional<int>(0)); // present zero is not absent
+        QCOMPARE(video.backgroundStyle(), QString());    // present but empty stays empty
+        QCOMPARE(video.dirPath(), QStringLiteral("/tl/mat"));
+        QCOMPARE(video.filePath(), QStringLiteral("/tl/a.mp4"));
+        QCOMPARE(video.filters().value(0).value("name").toString(), QStringLiteral("blur"));
+        const JSAudioClip audio(video.node());
+        QCOMPARE(audio.filters().value(0).value("gain").toInt(), 2);
+        QCOMPARE(audio.fileAudioStreamIndex(), 3);
+        video.node()->setValue("alpha", 0.75); // views read the node's current values
+        QCOMPARE(video.alpha(), 0.75f);
+
+        // Zoom is set only on an existing transform.
+        JSPicClip pic(video.node());
+        pic.setZoom(2.5);
+        QCOMPARE(mapAt(root, "tr")->opDoubleValue("zoom"), std::optional<double>(2.5));
+        JSPicClip plain(makeRoot(R"({"id": "c"})"));
+        plain.setZoom(3.0);
+        QVERIFY(!plain.transform().node());
+        QVERIFY(!plain.node()->toJson().contains("zoom"));
+    }
+
+    void clipKindsByTypeAndKind_data()
+    {
+        QTest::addColumn<QString>("type");
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<bool>("video");
+        QTest::addColumn<bool>("audio");
+        QTest::newRow("clip video") << "clip" << "video" << true << true;
+        QTest::newRow("clip video_only") << "clip" << "video_only" << true << false;
+        QTest::newRow("clip audio_with_cover") << "clip" << "audio_with_cover" << true << true;
+        QTest::newRow("clip audio") << "clip" << "audio" << false << true;
+        QTest::newRow("clip other") << "clip" << "other" << false << false;
+        QTest::newRow("image audio") << "image" << "audio" << true << false;
+        QTest::newRow("text") << "text" << "" << true << false;
+        QTest::newRow("Clip video") << "Clip" << "video" << false << false;
+    }
+
+    void clipKindsByTypeAndKind()
+    {
+        QFETCH(QString, type);
+        QFETCH(QString, kind);
+        const JSBasicClip clip(NLMapNodePtr(new NLMapNode(QVariantMap{{"type", type}, {"kind", kind}})));
+        QTEST(clip.isVideo(), "video");
+        QTEST(clip.isAudio(), "audio");
+    }
+};
+
+QTEST_GUILESS_MAIN(TstModel)
+#include "tst_model.moc"
