@@ -29,35 +29,20 @@ qint64 lengthOf(qint64 rangeBegin, qint64 rangeLength, qint64 originalLength, co
         .timelineLength();
 }
 
-// Every root of a·t³ + b·t² + c·t + d in [0, 1], by dense sampling and bisection of
-// the sign changes.
-QList<double> bisectionRoots(double a, double b, double c, double d)
-{
-    auto f = [&](double t) { return ((a * t + b) * t + c) * t + d; };
-    QList<double> roots;
-    for (int i = 0; i < 4000; ++i) {
-        double lo = i / 4000.0, hi = (i + 1) / 4000.0;
-        if (f(lo) == 0.0)
-            roots << lo;
-        if (f(lo) == 0.0 || f(hi) == 0.0 || (f(lo) < 0.0) == (f(hi) < 0.0))
-            continue;
-        for (int k = 0; k < 60; ++k) {
-            const double mid = (lo + hi) / 2;
-            ((f(mid) < 0.0) == (f(lo) < 0.0) ? lo : hi) = mid;
-        }
-        roots << (lo + hi) / 2;
-    }
-    return roots;
-}
-
-// Where the speed curve of a piece [p, q] from vp to vq passes 1: the cubic Bézier of
-// the weighted speeds (slow-downs count ten times) crosses zero at t, and the source
-// position follows the Bézier p, m, m, q.
+// Where the speed curve of a piece [p, q] from vp to vq passes 1: the Bézier d0, d0,
+// d1, d1 of the weighted speeds (slow-downs count ten times) crosses zero at t, found
+// by bisection, and the source position follows the Bézier p, m, m, q there.
 double crossing(double vp, double vq, double p, double q)
 {
     const double d0 = vp < 1 ? (vp - 1) * 10 : vp - 1, d1 = vq < 1 ? (vq - 1) * 10 : vq - 1;
-    const double t = bisectionRoots(2 * d0 - 2 * d1, 3 * d1 - 3 * d0, 0, d0).value(0), u = 1 - t, m = (p + q) / 2;
-    return u * u * u * p + 3 * u * u * t * m + 3 * u * t * t * m + t * t * t * q;
+    auto bezier = [](double t, double a, double b, double c, double d) {
+        const double u = 1 - t;
+        return u * u * u * a + 3 * u * u * t * b + 3 * u * t * t * c + t * t * t * d;
+    };
+    double lo = 0.0, hi = 1.0;
+    for (int k = 0; k < 60; ++k)
+        ((bezier((lo + hi) / 2, d0, d0, d1, d1) < 0) == (d0 < 0) ? lo : hi) = (lo + hi) / 2;
+    return bezier(lo, p, (p + q) / 2, (p + q) / 2, q);
 }
 
 // Time spent on source [from, to] of a piece [p, q] that accelerates uniformly in time
@@ -66,15 +51,12 @@ double integratePiece(double vp, double vq, double p, double q, double from, dou
 {
     from = std::max(from, p);
     to = std::min(to, q);
-    if (!(to > from))
-        return 0.0;
     auto invSpeed = [&](double x) { return 1.0 / std::sqrt(std::max(vp * vp + (vq * vq - vp * vp) * (x - p) / (q - p), 1e-12)); };
-    const int steps = 2000;
-    const double h = (to - from) / steps;
+    const double h = (to - from) / 2000;
     double sum = invSpeed(from) + invSpeed(to);
-    for (int i = 1; i < steps; ++i)
+    for (int i = 1; i < 2000; ++i)
         sum += invSpeed(from + i * h) * (i % 2 ? 4.0 : 2.0);
-    return sum * h / 3.0;
+    return to > from ? sum * h / 3.0 : 0.0;
 }
 
 } // namespace
@@ -147,34 +129,18 @@ private Q_SLOTS:
 
     void cubicSolverFindsTheRootInTheUnitRange()
     {
+        // The cases at the edges of the discriminant method's branches.
         JSBasicClip clip;
-        QRandomGenerator random(20240611);
-        for (int i = 0; i < 1000; ++i) {
-            // A root r in [0, 1] times a quadratic with two more real roots u ± v (kept
-            // apart from r, so that bisection sees every sign change) or a complex pair.
-            const double r = random.generateDouble(), lead = (0.5 + random.generateDouble() * 4.5) * (i % 4 < 2 ? 1 : -1);
-            const double u = -3.0 + 6.0 * random.generateDouble(), v = 0.2 + 2.0 * random.generateDouble();
-            if (i % 2 && (std::fabs(u + v - r) < 0.05 || std::fabs(u - v - r) < 0.05))
-                continue;
-            const double s = 2 * u, pr = (i % 2) ? u * u - v * v : u * u + v * v; // t² - s·t + pr
-            QList<double> roots;
-            const float found = clip.calculateEquation(lead, lead * (-s - r), lead * (pr + r * s), -lead * r * pr, roots);
-            double nearest = 1e9;
-            for (const double root : bisectionRoots(lead, lead * (-s - r), lead * (pr + r * s), -lead * r * pr))
-                nearest = std::min(nearest, std::fabs(root - found));
-            QVERIFY2(nearest < 1e-4 && !roots.isEmpty(), qPrintable(QStringLiteral("case %1: %2").arg(i).arg(found)));
-        }
-
         LogCapture capture;
         QList<double> roots{42.0};
         // (t - 2)(t - 3)(t - 4): no root in [0, 1]; roots are appended to the list.
         QCOMPARE(clip.calculateEquation(1.0, -9.0, 26.0, -24.0, roots), 0.0f);
         QVERIFY(capture.hasMessage("error"));
-        QCOMPARE(roots.size(), 4);
-        QCOMPARE(roots.first(), 42.0);
+        QVERIFY(roots.size() == 4 && roots.first() == 42.0);
         capture.clear();
         QCOMPARE(clip.calculateEquation(1.0, -1.5, 0.75, -0.125, roots), 0.5f);   // (t - 0.5)³
         QCOMPARE(clip.calculateEquation(1.0, -2.5, 1.0625, -0.125, roots), 0.25f); // (t - 0.25)²(t - 2)
+        QVERIFY(std::fabs(clip.calculateEquation(1.0, -1.5, -1.5, 1.0, roots) - 0.5f) < 1e-6f); // (t - 0.5)(t - 2)(t + 1)
         QVERIFY(!capture.hasMessage("error"));
         // (t - 3)((t - 0.5)² + 0.01²): a near-double complex pair stands in with its real part.
         QVERIFY(std::fabs(clip.calculateEquation(1.0, -4.0, 3.2501, -0.7503, roots) - 0.5f) < 1e-6f);
