@@ -27,17 +27,9 @@ namespace {
 const char *const kChildOtherThread = "--child-assert-own-thread-elsewhere";
 const char *const kChildMainThread = "--child-assert-main-thread-elsewhere";
 
-class ThrowingThread : public TryThread
+struct ThrowingThread : TryThread
 {
-public:
     std::atomic_int throwWhat{0}; // 0: return normally, 1: a std::exception, 2: an int
-    bool runToEnd()
-    {
-        start();
-        return wait(10000);
-    }
-
-protected:
     void tryRun() override
     {
         if (throwWhat == 1)
@@ -141,7 +133,8 @@ private Q_SLOTS:
         QCOMPARE(thread.isFinishedSuccess(), false); // not run yet
         for (int what : {0, 1, 2, 0}) {
             thread.throwWhat = what;
-            QVERIFY(thread.runToEnd());
+            thread.start();
+            QVERIFY(thread.wait(10000));
             QCOMPARE(thread.isFinishedSuccess(), what == 0); // the last run's outcome
         }
         QCOMPARE(spy.count(), 2); // once per exception, of any type
