@@ -68,7 +68,7 @@ class TstFoundation : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    void numberHelpers()
+    void helpersGiveTheirResultsAndRefuseBadInput()
     {
         // The earliest wins a tie, an empty list gives the target back, and distances
         // beyond the signed range do not overflow.
@@ -80,20 +80,14 @@ private Q_SLOTS:
         QCOMPARE(closestNumber(-10, 4), -12);
         QCOMPARE(closestNumber(10, -4), 12);
         QCOMPARE(closestNumber(9, 4), 8);
-    }
 
-    void utf8ValidationIsStrict()
-    {
         QVERIFY(isUtf8String(nullptr));
         QVERIFY(isUtf8String("Gr\xc3\xbc\xc3\x9f" "e \xe2\x82\xac \xf4\x8f\xbf\xbf")); // up to U+10FFFF
         for (const char *bad : {"\xf4\x90\x80\x80" /* above U+10FFFF */, "\xed\xa0\x80" /* surrogate */,
                                 "\xc0\xaf", "\xe0\x9f\xbf" /* overlong */, "ok\xbf" /* stray continuation */,
                                 "\xc3\x28", "\xe2\x82" "abc", "abc\xf0\x9f" /* truncated */})
             QVERIFY2(!isUtf8String(bad), QByteArray(bad).toHex().constData());
-    }
 
-    void pathsAndIds()
-    {
         QCOMPARE(appendPath(QStringLiteral("/a/./b/"), QStringLiteral("/../c")), QStringLiteral("/a/c"));
         QCOMPARE(appendPath(QStringLiteral(":"), QStringLiteral("fx")), QStringLiteral(":/fx"));
         const QString id = md5FromQUuid();
@@ -101,16 +95,12 @@ private Q_SLOTS:
         QVERIFY(md5FromQUuid() != id);
         // With no known models the vendor named in the text is the answer.
         QCOMPARE(getCodecGpuName(QStringLiteral("NVIDIA Quadro beside an AMD card")), QStringLiteral("NVIDIA"));
-    }
 
-    void imagesAreRecognisedByContentAndGifsAreNot()
-    {
+        // Images are recognised by their content, not the suffix, and GIFs are not images.
         QTemporaryDir dir;
-        // The content decides, not the suffix.
         QVERIFY(QFile::copy(TestMedia::path("common-still.png"), dir.filePath("picture.gif")));
         QVERIFY(QFile::copy(TestMedia::path("common-still.gif"), dir.filePath("animation.png")));
-        QVERIFY(isImage(dir.filePath("picture.gif")));
-        QVERIFY(!isImage(dir.filePath("animation.png")));
+        QVERIFY(isImage(dir.filePath("picture.gif")) && !isImage(dir.filePath("animation.png")));
         QVERIFY(!isImage(dir.filePath("missing.png")) && !isImage(TestMedia::path("sample.mp4")));
     }
 
