@@ -42,7 +42,11 @@ struct ThrowingThread : TryThread
 struct EventLoopThread
 {
     EventLoopThread() { thread.start(); }
-    ~EventLoopThread() { thread.quit(), thread.wait(); }
+    ~EventLoopThread()
+    {
+        thread.quit();
+        thread.wait();
+    }
     QThread thread;
 };
 
@@ -175,7 +179,10 @@ private Q_SLOTS:
         // Each dispatch uses a timer that deletes itself; the leak check sees it.
         std::atomic<QThread *> ranOn{nullptr};
         std::atomic_int runs{0};
-        auto fn = [&] { ranOn = QThread::currentThread(), ++runs; };
+        auto fn = [&] {
+            ranOn = QThread::currentThread();
+            ++runs;
+        };
         dispatchToMainThread(fn);
         QCOMPARE(runs.load(), 0); // never inside the call, even from the main thread itself
         QTRY_COMPARE_WITH_TIMEOUT(runs.load(), 1, 10000);

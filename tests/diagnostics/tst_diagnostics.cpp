@@ -30,7 +30,12 @@ QStringList leakReport(TagMonitor &monitor)
 // killed when it goes out of scope.
 struct Kill
 {
-    void operator()(QProcess *process) const { process->kill(), process->waitForFinished(kWaitMs), delete process; }
+    void operator()(QProcess *process) const
+    {
+        process->kill();
+        process->waitForFinished(kWaitMs);
+        delete process;
+    }
 };
 using Host = std::unique_ptr<QProcess, Kill>;
 

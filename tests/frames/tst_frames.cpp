@@ -56,8 +56,8 @@ AVFramePtr stereoLevels(int sampleRate, int samples, int16_t left, int16_t right
 {
     AVFramePtr frame = silentAudio(AV_SAMPLE_FMT_S16, AV_CH_LAYOUT_STEREO, sampleRate, samples);
     auto *out = reinterpret_cast<int16_t *>(frame->data[0]);
-    for (int i = 0; i < samples; ++i)
-        out[2 * i] = left, out[2 * i + 1] = right;
+    for (int i = 0; i < 2 * samples; ++i)
+        out[i] = i % 2 ? right : left;
     return frame;
 }
 
