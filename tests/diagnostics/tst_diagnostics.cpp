@@ -4,8 +4,6 @@
 #include "Common/TagMonitor.h"
 #include "Common/TagPoint.h"
 
-#include <QProcess>
-#include <QRegularExpression>
 #include <QtTest>
 
 #include <memory>
