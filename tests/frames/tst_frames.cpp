@@ -258,15 +258,13 @@ private Q_SLOTS:
         const QSharedPointer<IVideoFrame> copy = frame.makeCopy();
         QVERIFY(copy->getRawFrame() == picture && copy->pts() == 1234 && copy->seekMode() == 3 && copy->clipNode() == node);
         copy->setClipNode(NLMapNodePtr(new NLMapNode(QStringLiteral(R"({"id":"d","alpha":0.5})"))));
-        QCOMPARE(copy->alpha(), 0.5f);
-        QCOMPARE(frame.alpha(), 0.25f);
-        QCOMPARE(frame.clipNode(), node);
+        QVERIFY(copy->alpha() == 0.5f && frame.alpha() == 0.25f && frame.clipNode() == node);
 
         // Audio likewise keeps its own time, written to the frame only by toAVFrame.
         const AVFramePtr samples = audio(AV_SAMPLE_FMT_FLTP, AV_CH_LAYOUT_5POINT1, 44100, 512);
         samples->pts = 300;
         const QSharedPointer<IAudioFrame> audio = makeAudioFrame(samples);
-        QVERIFY(audio->channelCount() == 6 && audio->sampleSize() == 4 && audio->pts() == 300);
+        QCOMPARE(audio->pts(), 300LL);
         audio->setPts(-1); // unset: the frame's own time
         samples->pts = 310;
         QCOMPARE(audio->pts(), 310LL);
