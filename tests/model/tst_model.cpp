@@ -1,0 +1,411 @@
+#include "LogCapture.h"
+
+#include "Model/EditCommand.h"
+#include "Model/JSPicClip.h"
+#include "Model/JSVideoClip.h"
+#include "Model/NLListNode.h"
+#include "Model/NLMapNode.h"
+#include "Model/TimelineFiles.h"
+
+#include <QtTest>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+
+using namespace Veloran;
+
+namespace {
+
+const char *kDocument = R"({
+  "id": "/", "preview_param": {"timeline_dir": "/p"},
+  "title": "demo", "count": 3, "big": 5000000000, "ratio": 0.25,
+  "tracks": [
+    {"id": "t1", "clips": [
+      {"id": "c1", "file_path": "a.mp4", "transform": {"id": "tr1", "zoom": 1},
+       "variableSpeed": [{"id": "v1", "original_pos": 0, "value": 1}]},
+      {"id": "c2", "file_path": "b.mp4"}]},
+    {"id": "t2", "clips": []}],
+  "numbers": [1, "two", [{"id": "deep"}]],
+  "settings": {"id": "s", "level": 2}
+})";
+
+NLMapNodePtr makeRoot(const char *json = kDocument)
+{
+    return NLMapNodePtr(new NLMapNode(QString::fromUtf8(json)));
+}
+
+// The node with `id` as the root sees it now, and its container.
+INode *find(const NLMapNodePtr &root, const QString &id, INode **parent = nullptr)
+{
+    INode *ignored = nullptr;
+    return root->findNode(id, parent ? parent : &ignored);
+}
+NLMapNode *mapAt(const NLMapNodePtr &root, const QString &id) { return dynamic_cast<NLMapNode *>(find(root, id)); }
+NLListNode *listAt(const NLMapNodePtr &root, const QString &id) { return dynamic_cast<NLListNode *>(find(root, id)); }
+
+QStringList ids(const NLListNode *list)
+{
+    QStringList result;
+    for (const NLMapNodePtr &node : list->nodeList())
+        result << node->tagID();
+    return result;
+}
+
+void send(const NLMapNodePtr &root, qint32 kind, const QString &target, const QString &content)
+{
+    root->processCommand(EditCommand{kind, target, content}, nullptr);
+}
+
+struct Point
+{
+    double pos;
+    double speed;
+};
+
+qint64 lengthOf(qint64 rangeBegin, qint64 rangeLength, qint64 originalLength, const QList<Point> &points)
+{
+    QVariantList curve;
+    for (const Point &point : points)
+        curve << QVariantMap{{"original_pos", point.pos}, {"value", point.speed}};
+    return JSBasicClip(NLMapNodePtr(new NLMapNode(QVariantMap{{"range_begin", rangeBegin}, {"range_length", rangeLength},
+                                                              {"original_length", originalLength}, {"variableSpeed", curve}})))
+        .timelineLength();
+}
+
+// Where the speed curve of a piece [p, q] from vp to vq passes 1: the Bézier d0, d0,
+// d1, d1 of the weighted speeds (slow-downs count ten times) crosses zero at t, found
+// by bisection, and the source position follows the Bézier p, m, m, q there.
+double crossing(double vp, double vq, double p, double q)
+{
+    const double d0 = vp < 1 ? (vp - 1) * 10 : vp - 1, d1 = vq < 1 ? (vq - 1) * 10 : vq - 1;
+    auto bezier = [](double t, double a, double b, double c, double d) {
+        const double u = 1 - t;
+        return u * u * u * a + 3 * u * u * t * b + 3 * u * t * t * c + t * t * t * d;
+    };
+    double lo = 0.0, hi = 1.0;
+    for (int k = 0; k < 60; ++k)
+        ((bezier((lo + hi) / 2, d0, d0, d1, d1) < 0) == (d0 < 0) ? lo : hi) = (lo + hi) / 2;
+    return bezier(lo, p, (p + q) / 2, (p + q) / 2, q);
+}
+
+// Time spent on source [from, to] of a piece [p, q] that accelerates uniformly in time
+// from vp to vq (so v² = vp² + (vq² - vp²)(x - p)/(q - p)), by Simpson's rule over 1/v.
+double integratePiece(double vp, double vq, double p, double q, double from, double to)
+{
+    from = std::max(from, p);
+    to = std::min(to, q);
+    auto invSpeed = [&](double x) { return 1.0 / std::sqrt(std::max(vp * vp + (vq * vq - vp * vp) * (x - p) / (q - p), 1e-12)); };
+    const double h = (to - from) / 2000;
+    double sum = invSpeed(from) + invSpeed(to);
+    for (int i = 1; i < 2000; ++i)
+        sum += invSpeed(from + i * h) * (i % 2 ? 4.0 : 2.0);
+    return to > from ? sum * h / 3.0 : 0.0;
+}
+
+} // namespace
+
+class TstModel : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void parsesATreeFindsNodesAndWritesItBack()
+    {
+        const NLMapNodePtr root = makeRoot();
+        const NLListNodePtr tracks = root->getListNodeByID("/#tracks");
+        const NLListNodePtr clips = tracks->getNode("t1")->getListNodeByID("t1#clips");
+        QCOMPARE(ids(clips.data()), QStringList({"c1", "c2"}));
+        QVERIFY(tracks->getNode("t2")->getListNodeByID("t2#clips")->nodeList().isEmpty());
+        // Every node carries the root's directory, however deep.
+        QCOMPARE(clips->getNode("c1")->getMapNodeByKey("transform")->timelineDir(), QStringLiteral("/p"));
+        // Non-object elements become empty map nodes; an array inside an array is no node.
+        QVERIFY(root->getListNodeByID("/#numbers")->nodeList().value(2)->toMap().isEmpty());
+        QVERIFY(!find(root, "deep"));
+        QVERIFY(!root->getMapNodeByKey("tracks") && !root->getMapNodeByKey("title"));
+        QVERIFY(!root->getListNodeByID("t1#clips")); // only direct children
+
+        // Nodes come with their container.
+        INode *parent = reinterpret_cast<INode *>(0x1);
+        QVERIFY(find(root, "/", &parent) == root.data() && parent == nullptr);
+        QVERIFY(find(root, "c2", &parent) == clips->getNode("c2").data() && parent == clips.data());
+        QVERIFY(find(root, "t1#clips", &parent) == clips.data() && parent == tracks->getNode("t1").data());
+        QVERIFY(root->findNode("c1", nullptr)); // a null out-pointer is tolerated
+        // The first hit in pre-order wins; keys are walked in order ("a" before "b").
+        const NLMapNodePtr twins = makeRoot(R"({"id": "/", "b": {"id": "x", "side": "b"}, "a": [{"id": "x", "side": "a"}]})");
+        QCOMPARE(mapAt(twins, "x")->stringValue("side"), QStringLiteral("a"));
+
+        // Children are stored under the registered pointer types and written back as
+        // plain JSON that parses into the same tree.
+        QCOMPARE(root->toMap().value("tracks").userType(), QMetaType::type("Veloran::NLListNodePtr"));
+        QCOMPARE(root->toMap().value("settings").userType(), QMetaType::type("Veloran::NLMapNodePtr"));
+        const QString json = root->toJson();
+        QCOMPARE(NLMapNode(json).toJson(), json);
+        QCOMPARE(jsonToVariantMap(json).value("numbers").toList(), QVariantList({QVariantMap(), QVariantMap(), QVariantMap()}));
+    }
+
+    void valuesConvertAndPathsResolveAgainstTheTimelineDir()
+    {
+        const NLMapNodePtr root = makeRoot();
+        QCOMPARE(root->opInt64Value("big"), std::optional<qint64>(Q_INT64_C(5000000000)));
+        QVERIFY(!root->opIntValue("missing").has_value() && root->intValue("missing") == 0 && root->intValue("title") == 0);
+        root->setValue("hole", QVariant()); // a null value reads as absent, a zero as present
+        root->setValue("zero", 0);
+        QVERIFY(!root->opIntValue("hole").has_value() && root->opIntValue("zero") == 0);
+
+        const NLMapNodePtr paths = makeRoot(R"({"id": "/", "preview_param": {"timeline_dir": "/home/u"},
+            "res": ":/a/b", "drive": "C:/a/b.mp4", "rel": "media/a.mp4", "abs": "/x/y.mp4", "empty": ""})");
+        const QStringList expected{":/a/b", "C:/a/b.mp4", "/home/u/media/a.mp4", "/home/u/x/y.mp4", ""};
+        QCOMPARE(QStringList({paths->pathValue("res"), paths->pathValue("drive"), paths->pathValue("rel"),
+                              paths->pathValue("abs"), paths->pathValue("empty")}), expected);
+        QCOMPARE(mapAt(root, "c1")->pathValue("file_path"), QStringLiteral("/p/a.mp4"));
+        // Only a root "/" with "preview_param" has a directory.
+        QCOMPARE(makeRoot(R"({"id": "/", "rel": "a"})")->pathValue("rel"), QStringLiteral("a"));
+        QCOMPARE(makeRoot(R"({"id": "x", "preview_param": {"timeline_dir": "/d"}, "rel": "a"})")->pathValue("rel"),
+                 QStringLiteral("a"));
+    }
+
+    void resetKeepsNodeIdentityAndModifyStoresPlainValues()
+    {
+        const NLMapNodePtr root = makeRoot();
+        const NLListNodePtr clips = mapAt(root, "t1")->getListNodeByID("t1#clips");
+        const NLMapNodePtr c1 = clips->getNode("c1");
+        const NLMapNodePtr transform = c1->getMapNodeByKey("transform");
+        const NLMapNodePtr settings = root->getMapNodeByKey("settings");
+        root->resetNode(jsonToVariantMap(R"({"id": "/", "preview_param": {"timeline_dir": "/other"},
+          "tracks": [{"id": "t1", "clips": [{"id": "c3"}, {"id": "c1", "transform": {"id": "tr1", "zoom": 3}}]}]})"));
+        QVERIFY(mapAt(root, "t1")->getListNodeByID("t1#clips") == clips && clips->getNode("c1") == c1);
+        QCOMPARE(ids(clips.data()), QStringList({"c3", "c1"}));
+        QVERIFY(c1->getMapNodeByKey("transform") == transform && transform->floatValue("zoom") == 3.0f);
+        QCOMPARE(transform->timelineDir(), QStringLiteral("/other"));
+        QVERIFY(!c1->opStringValue("file_path").has_value());
+        // Keys missing from the new map go with their children; holders keep theirs.
+        QVERIFY(!root->getMapNodeByKey("settings"));
+        QCOMPARE(settings->intValue("level"), 2);
+
+        root->modifyNode(jsonToVariantMap(R"({"title": "renamed", "extra": {"id": "inner"}, "more": [{"id": "m"}]})"));
+        QCOMPARE(root->stringValue("title"), QStringLiteral("renamed"));
+        QCOMPARE(root->toMap().value("extra").userType(), int(QMetaType::QVariantMap));
+        QVERIFY(!find(root, "inner") && !find(root, "m"));
+    }
+
+    void badJsonGivesAnEmptyUsableNode()
+    {
+        for (const QString &text : {QStringLiteral("{not json"), QStringLiteral("[1, 2]"), QString()}) {
+            NLMapNode node(text);
+            QVERIFY(node.tagID().isEmpty() && node.toMap().isEmpty() && !node.findNode("x", nullptr));
+            node.setValue("k", 1);
+            QCOMPARE(node.intValue("k"), 1);
+        }
+        QVERIFY(NLListNode("l", "/d", jsonToVariantList("not a list")).nodeList().isEmpty());
+    }
+
+    void mapEditsCopyTheTargetAndLeaveOldHoldersAlone()
+    {
+        const NLMapNodePtr root = makeRoot();
+        const NLListNodePtr tracks = root->getListNodeByID("/#tracks");
+        send(root, EditCommand::ModifyNode, "/", R"({"title": "renamed"})");
+        QCOMPARE(root->stringValue("title"), QStringLiteral("renamed"));
+        QVERIFY(root->getListNodeByID("/#tracks") != tracks); // the root copied itself
+
+        // A target inside a list: the list (its container) is edited in place and holds
+        // the new clone; holders of the old clip still see the old values.
+        NLListNode *clips = listAt(root, "t1#clips");
+        const NLMapNodePtr oldC1 = clips->getNode("c1");
+        send(root, EditCommand::ModifyNode, "c1", R"({"file_path": "new.mp4"})");
+        QCOMPARE(clips->getNode("c1")->pathValue("file_path"), QStringLiteral("/p/new.mp4"));
+        QCOMPARE(oldC1->stringValue("file_path"), QStringLiteral("a.mp4"));
+        // A target inside a map: likewise.
+        const NLMapNodePtr oldTransform = mapAt(root, "c1")->getMapNodeByKey("transform");
+        send(root, EditCommand::ModifyNode, "tr1", R"({"zoom": 4})");
+        QCOMPARE(mapAt(root, "c1")->getMapNodeByKey("transform")->intValue("zoom"), 4);
+        QCOMPARE(oldTransform->intValue("zoom"), 1);
+
+        send(root, EditCommand::ResetNode, "/", R"({"id": "/", "preview_param": {"timeline_dir": "/q"}, "tracks": [{"id": "t9"}]})");
+        QVERIFY(root->timelineDir() == "/q" && !root->opStringValue("title").has_value());
+        QCOMPARE(ids(listAt(root, "/#tracks")), QStringList({"t9"}));
+        QCOMPARE(ids(tracks.data()), QStringList({"t1", "t2"}));
+    }
+
+    // A list command for a list below a clip travels: the root copies the clip, finds
+    // the fresh list, and the list copies its container once more before editing. The
+    // edit must land in the list the tree holds after that second copy.
+    void listEditsReachTheTreeAndLeaveOldHoldersAlone()
+    {
+        const NLMapNodePtr root = makeRoot();
+        const NLListNodePtr oldSpeed = mapAt(root, "c1")->getListNodeByID("c1#variableSpeed");
+        send(root, EditCommand::AppendNode, "c1#variableSpeed", R"({"id": "v2", "value": 2})");
+        QCOMPARE(ids(listAt(root, "c1#variableSpeed")), QStringList({"v1", "v2"}));
+        QCOMPARE(listAt(root, "c1#variableSpeed")->nodeList().at(1)->timelineDir(), QStringLiteral("/p"));
+        send(root, EditCommand::RemoveNode, "c1#variableSpeed", R"({"id": "v1"})");
+        QCOMPARE(ids(listAt(root, "c1#variableSpeed")), QStringList({"v2"}));
+        send(root, EditCommand::ResetList, "c1#variableSpeed", R"([{"id": "a"}, {"id": "b", "value": 3}])");
+        QCOMPARE(ids(listAt(root, "c1#variableSpeed")), QStringList({"a", "b"}));
+        QCOMPARE(ids(oldSpeed.data()), QStringList({"v1"}));
+
+        // Lists below a track and directly below the root. Ids are not checked on
+        // append, and a remove takes only the first match.
+        send(root, EditCommand::AppendNode, "t1#clips", R"({"id": "c1", "copy": true})");
+        QCOMPARE(ids(listAt(root, "t1#clips")), QStringList({"c1", "c2", "c1"}));
+        send(root, EditCommand::RemoveNode, "t1#clips", R"({"id": "c1"})");
+        QCOMPARE(ids(listAt(root, "t1#clips")), QStringList({"c2", "c1"}));
+        QVERIFY(mapAt(root, "c1")->boolValue("copy"));
+        const NLListNodePtr oldTracks = root->getListNodeByID("/#tracks");
+        send(root, EditCommand::RemoveNode, "/#tracks", R"({"id": "t1"})");
+        QCOMPARE(ids(listAt(root, "/#tracks")), QStringList({"t2"}));
+        QCOMPARE(ids(oldTracks.data()), QStringList({"t1", "t2"}));
+
+        // A reset keeps the element of an id that stays; a list edits its own element
+        // without copying.
+        NLListNode *clips = listAt(root, "t2#clips");
+        clips->processCommand(EditCommand{EditCommand::ResetList, "t2#clips", R"([{"id": "k"}])"}, nullptr);
+        const NLMapNodePtr kept = clips->getNode("k");
+        clips->processCommand(EditCommand{EditCommand::ResetList, "t2#clips", R"([{"id": "k", "v": 1}, {"id": "n"}])"}, nullptr);
+        QCOMPARE(clips->getNode("k"), kept);
+        QCOMPARE(kept->intValue("v"), 1);
+        clips->processCommand(EditCommand{EditCommand::ModifyNode, "k", R"({"w": 5})"}, nullptr);
+        QCOMPARE(clips->getNode("k"), kept);
+        QCOMPARE(kept->intValue("w"), 5);
+    }
+
+    void badCommandsAreHarmless()
+    {
+        const NLMapNodePtr root = makeRoot();
+        const QString before = root->toJson();
+        send(root, EditCommand::ModifyNode, "nobody", R"({"x": 1})");
+        send(root, 7, "c1", R"({"x": 1})");
+        send(root, EditCommand::ModifyNode, "t1#clips", R"({"x": 1})"); // map kind for a list
+        send(root, EditCommand::AppendNode, "c1", R"({"id": "x"})");     // list kind for a map
+        send(root, EditCommand::ModifyNode, "c2", "{broken");
+        QCOMPARE(root->toJson(), before);
+        // Text that does not parse stands for an empty map or list.
+        send(root, EditCommand::AppendNode, "t1#clips", "{broken");
+        QCOMPARE(ids(listAt(root, "t1#clips")), QStringList({"c1", "c2", ""}));
+        send(root, EditCommand::ResetList, "c1#variableSpeed", R"({"id": "an object"})");
+        QVERIFY(listAt(root, "c1#variableSpeed")->nodeList().isEmpty());
+        send(root, EditCommand::ModifyNode, "c2", R"({"ok": true})");
+        QVERIFY(mapAt(root, "c2")->boolValue("ok")); // still a working tree
+    }
+
+    void clipViewsReadValuesAndResolvePaths()
+    {
+        const JSVideoClip none;
+        QVERIFY(none.speed() == 1.0 && none.alpha() == 1.0f && none.timelineLength() == 0);
+        const JSVideoClip bare(makeRoot(R"({"id": "c"})"));
+        QVERIFY(!bare.rangeBegin().has_value() && !bare.zOrder().has_value() && bare.backgroundStyle() == "color");
+
+        const NLMapNodePtr root = makeRoot(R"({"id": "/", "preview_param": {"timeline_dir": "/tl"}, "tracks": [{"id": "t",
+          "clips": [{"id": "c", "range_begin": 0, "dir_path": "mat", "file_path": "a.mp4", "z_order": 0,
+          "background_style": "", "transform": {"id": "tr", "zoom": 1}}]}]})");
+        const JSVideoClip video(root->getListNodeByID("/#tracks")->getNode("t")->getListNodeByID("t#clips")->getNode("c"));
+        QCOMPARE(video.rangeBegin(), std::optional<qint64>(0));
+        QCOMPARE(video.zOrder(), std::optional<int>(0)); // present zero is not absent
+        QCOMPARE(video.backgroundStyle(), QString());    // present but empty stays empty
+        QCOMPARE(QStringList({video.dirPath(), video.filePath()}), QStringList({"/tl/mat", "/tl/a.mp4"}));
+
+        // Zoom is set only on an existing transform.
+        JSPicClip pic(video.node());
+        pic.setZoom(2.5);
+        QCOMPARE(mapAt(root, "tr")->opDoubleValue("zoom"), std::optional<double>(2.5));
+        JSPicClip plain(makeRoot(R"({"id": "c"})"));
+        plain.setZoom(3.0);
+        QVERIFY(!plain.transform().node() && !plain.node()->toJson().contains("zoom"));
+    }
+
+    void clipKindsByTypeAndKind_data()
+    {
+        QTest::addColumn<QString>("type");
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<bool>("video");
+        QTest::addColumn<bool>("audio");
+        QTest::newRow("clip video") << "clip" << "video" << true << true;
+        QTest::newRow("clip audio_with_cover") << "clip" << "audio_with_cover" << true << true;
+        QTest::newRow("clip audio") << "clip" << "audio" << false << true;
+        QTest::newRow("image audio") << "image" << "audio" << true << false;
+        QTest::newRow("text") << "text" << "" << true << false;
+        QTest::newRow("Clip video") << "Clip" << "video" << false << false;
+    }
+
+    void clipKindsByTypeAndKind()
+    {
+        QFETCH(QString, type);
+        QFETCH(QString, kind);
+        const JSBasicClip clip(NLMapNodePtr(new NLMapNode(QVariantMap{{"type", type}, {"kind", kind}})));
+        QTEST(clip.isVideo(), "video");
+        QTEST(clip.isAudio(), "audio");
+    }
+
+    void lengthsOfSimpleCurves()
+    {
+        auto constant = [](const QVariantMap &map) { return JSBasicClip(NLMapNodePtr(new NLMapNode(map))).timelineLength(); };
+        QCOMPARE(constant({{"range_length", 1000}, {"speed", 0.3}}), 3333);
+        QCOMPARE(constant({{"range_length", 1001}}), 1001);
+        QCOMPARE(constant({{"range_length", 900}, {"speed", 3}, {"variableSpeed", QVariantList()}}), 300); // empty curve
+        QCOMPARE(lengthOf(0, 1000, 1000, {{0.5, 2.0}}), 0); // one point makes no segment
+        // An uncut piece lasts exactly 2L / (s0 + s1).
+        QCOMPARE(lengthOf(0, 7000, 7000, {{0.0, 0.2}, {1.0, 0.8}}), qint64(2.0f * 7000.0f / (0.2f + 0.8f)));
+        // The order of the points does not matter.
+        const qint64 sorted = lengthOf(100, 8000, 10000, {{0.0, 0.5}, {0.3, 2.0}, {0.7, 1.0}, {1.0, 3.0}});
+        QVERIFY(sorted > 0);
+        QCOMPARE(lengthOf(100, 8000, 10000, {{0.7, 1.0}, {1.0, 3.0}, {0.0, 0.5}, {0.3, 2.0}}), sorted);
+        QCOMPARE(lengthOf(0, 1000, 10000, {{0.5, 1.0}, {1.0, 2.0}}), 0); // a span outside every segment
+    }
+
+    void variableLengthMatchesNumericIntegration()
+    {
+        // Slow-downs weigh more: the crossing of normal speed leans towards the slow end.
+        QVERIFY(JSBasicClip().calPrevToIntersectDesireLength(0.5f, 2.0f, 0.0f, 1000.0f) > 600.0f);
+        QRandomGenerator random(99);
+        for (int run = 0; run < 200; ++run) {
+            const qint64 original = 10000 + random.bounded(90000);
+            QList<Point> points;
+            const int count = 2 + random.bounded(5);
+            for (int i = 0; i < count; ++i)
+                points << Point{i == 0 ? 0.0 : i == count - 1 ? 1.0 : random.generateDouble(), 0.2 + random.generateDouble() * 3.8};
+            const qint64 begin = random.bounded(int(original / 2));
+            const qint64 length = 1 + random.bounded(int(original - begin));
+
+            QList<Point> ordered = points;
+            std::sort(ordered.begin(), ordered.end(), [](const Point &l, const Point &r) { return l.pos < r.pos; });
+            std::shuffle(points.begin(), points.end(), std::mt19937(run));
+            double expected = 0.0;
+            for (int i = 0; i + 1 < ordered.size(); ++i) {
+                // Single precision, as the clip stores its curve.
+                const double p = float(ordered[i].pos) * float(original), q = float(ordered[i + 1].pos) * float(original);
+                const double vp = float(ordered[i].speed), vq = float(ordered[i + 1].speed);
+                if ((vp < 1 && 1 < vq) || (vp > 1 && 1 > vq)) {
+                    const double x = crossing(vp, vq, p, q);
+                    expected += integratePiece(vp, 1.0, p, x, begin, begin + length) + integratePiece(1.0, vq, x, q, begin, begin + length);
+                } else {
+                    expected += integratePiece(vp, vq, p, q, begin, begin + length);
+                }
+            }
+            const qint64 actual = lengthOf(begin, length, original, points);
+            QVERIFY2(std::fabs(double(actual) - expected) <= 2.0 + 1e-4 * expected,
+                     qPrintable(QStringLiteral("run %1: %2 vs %3").arg(run).arg(actual).arg(expected)));
+        }
+    }
+
+    void cubicSolverFindsTheRootInTheUnitRange()
+    {
+        // The cases at the edges of the discriminant method's branches.
+        JSBasicClip clip;
+        LogCapture capture;
+        QList<double> roots{42.0};
+        // (t - 2)(t - 3)(t - 4): no root in [0, 1]; roots are appended to the list.
+        QCOMPARE(clip.calculateEquation(1.0, -9.0, 26.0, -24.0, roots), 0.0f);
+        QVERIFY(capture.hasMessage("error") && roots.size() == 4 && roots.first() == 42.0);
+        capture.clear();
+        QCOMPARE(clip.calculateEquation(1.0, -1.5, 0.75, -0.125, roots), 0.5f);   // (t - 0.5)³
+        QCOMPARE(clip.calculateEquation(1.0, -2.5, 1.0625, -0.125, roots), 0.25f); // (t - 0.25)²(t - 2)
+        QVERIFY(std::fabs(clip.calculateEquation(1.0, -1.5, -1.5, 1.0, roots) - 0.5f) < 1e-6f); // (t - 0.5)(t - 2)(t + 1)
+        QVERIFY(!capture.hasMessage("error"));
+        // (t - 3)((t - 0.5)² + 0.01²): a near-double complex pair stands in with its real part.
+        QVERIFY(std::fabs(clip.calculateEquation(1.0, -4.0, 3.2501, -0.7503, roots) - 0.5f) < 1e-6f);
+        // (t - 3)((t - 0.5)² + 0.5²): a wide pair is not reported.
+        QCOMPARE(clip.calculateEquation(1.0, -4.0, 3.5, -1.5, roots), 0.0f);
+        QVERIFY(capture.hasMessage("error"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TstModel)
+#include "tst_model.moc"
