@@ -6,7 +6,6 @@
 #include <QFile>
 
 #include <cmath>
-#include <cstdlib>
 
 namespace VobTestKit {
 
@@ -18,15 +17,6 @@ qint64 segmentStartMs(int segment)
     for (int i = 0; i < segment && i < kSegments; ++i)
         start += kSegmentMs[i];
     return start;
-}
-
-int segmentAtMs(qint64 ms)
-{
-    for (int i = kSegments - 1; i > 0; --i) {
-        if (ms >= segmentStartMs(i))
-            return i;
-    }
-    return 0;
 }
 
 namespace {
@@ -73,20 +63,9 @@ int globalFrame(const FrameId &id)
     return id.segment < 0 ? -1 : int(segmentStartMs(id.segment) / kFrameMs) + id.number;
 }
 
-qint64 frameMs(const AVFrame *frame, const AVStream *stream, qint64 originUs)
-{
-    const qint64 us = av_rescale_q(frame->best_effort_timestamp, stream->time_base, AV_TIME_BASE_Q);
-    return (us - originUs) / 1000;
-}
-
 QString chaptersPath()
 {
     return TestMedia::path(QStringLiteral("vob-chapters.VOB"));
-}
-
-QString mediaPath(const QString &name)
-{
-    return TestMedia::path(name);
 }
 
 QString writeScratch(const QString &test, const QString &name, const QByteArray &bytes)
