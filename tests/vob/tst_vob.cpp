@@ -1,21 +1,76 @@
+#include "FetchAnswers.h"
 #include "LogCapture.h"
+#include "ScratchFiles.h"
 #include "TestMedia.h"
-#include "VobTestKit.h"
 
+#include "VeloranBaseEntry.h"
 #include "VeloranDec/FFDecoder.h"
 #include "VeloranDec/FFVobDemuxer.h"
 #include "VeloranDec/VobEntryManager.h"
 
+#include <QColor>
 #include <QFileInfo>
-#include <QRandomGenerator>
+#include <QThread>
 #include <QtTest>
 
+#include <atomic>
+#include <cmath>
 #include <limits>
+#include <memory>
+#include <vector>
 
 using namespace Veloran;
-using namespace VobTestKit;
+using ScratchFiles::read;
 
 namespace {
+
+// The generated media: three segments joined byte for byte, each frame flat, its
+// luma giving its number in the segment (32 + 3 n), its chroma the segment.
+constexpr int kSegments = 3;
+constexpr qint64 kFrameMs = 40;
+const qint64 kSegmentMs[kSegments] = {2000, 1600, 2400};
+const int kFirstFrame[kSegments] = {0, 50, 90};
+
+// The whole-file index of the frame whose centre shows these values; -1 if unknown.
+int frameShowing(double luma, double cb, double cr)
+{
+    const int chroma[kSegments][2] = {{120, 136}, {136, 120}, {136, 136}};
+    for (int i = 0; i < kSegments; ++i) {
+        if (std::abs(cb - chroma[i][0]) <= 6 && std::abs(cr - chroma[i][1]) <= 6)
+            return kFirstFrame[i] + int(std::lround((luma - 32) / 3.0));
+    }
+    return -1;
+}
+
+int frameShown(const AVFrame *frame)
+{
+    if (!frame || frame->format != AV_PIX_FMT_YUV420P)
+        return -1;
+    const int x = frame->width / 2, y = frame->height / 2;
+    return frameShowing(frame->data[0][y * frame->linesize[0] + x], frame->data[1][(y / 2) * frame->linesize[1] + x / 2],
+                        frame->data[2][(y / 2) * frame->linesize[2] + x / 2]);
+}
+
+// The same for a thumbnail, converted back to limited-range BT.601 as the frames were made.
+int frameShown(const QImage &image)
+{
+    if (image.isNull())
+        return -1;
+    const QColor c = image.pixelColor(image.width() / 2, image.height() / 2);
+    const double r = c.red(), g = c.green(), b = c.blue();
+    return frameShowing(16 + 0.257 * r + 0.504 * g + 0.098 * b, 128 - 0.148 * r - 0.291 * g + 0.439 * b,
+                        128 + 0.439 * r - 0.368 * g - 0.071 * b);
+}
+
+QString chaptersPath()
+{
+    return TestMedia::path(QStringLiteral("vob-chapters.VOB"));
+}
+
+QString writeScratch(const QString &name, const QByteArray &bytes)
+{
+    return ScratchFiles::write(TestMedia::scratchDir(QStringLiteral("vob-") + name) + QLatin1Char('/') + name, bytes);
+}
 
 int videoStream(const FFDemuxer &demuxer)
 {
@@ -77,6 +132,8 @@ qint64 frameMs(const AVFramePtr &frame, const AVStream *stream, qint64 originUs)
 
 } // namespace
 
+// The chapter-aware VOB demuxer, its index (also shared by threads), and thumbnails
+// of a joined VOB through the fetch service.
 class TstVob : public QObject
 {
     Q_OBJECT
@@ -145,7 +202,7 @@ private Q_SLOTS:
         QCOMPARE(decoded.size(), frames);
         const qint64 originUs = av_rescale_q(decoded.first()->best_effort_timestamp, stream->time_base, AV_TIME_BASE_Q);
         for (int i = 0; i < decoded.size(); ++i) {
-            QCOMPARE(globalFrame(identify(decoded[i].data())), i);
+            QCOMPARE(frameShown(decoded[i].data()), i);
             // The decoder gives the last frame of a drain no time of its own.
             if (decoded[i]->best_effort_timestamp != AV_NOPTS_VALUE)
                 QVERIFY2(qAbs(frameMs(decoded[i], stream, originUs) - i * kFrameMs) <= kFrameMs,
@@ -183,7 +240,7 @@ private Q_SLOTS:
                      qPrintable(QStringLiteral("seek to %1 landed at %2").arg(target).arg(landedMs)));
             // Every frame shows the picture of the time it carries.
             for (const AVFramePtr &frame : frames) {
-                const int shown = globalFrame(identify(frame.data()));
+                const int shown = frameShown(frame.data());
                 QVERIFY2(frame->best_effort_timestamp == AV_NOPTS_VALUE
                              || qAbs(shown * kFrameMs - frameMs(frame, stream, originUs)) <= kFrameMs,
                          qPrintable(QStringLiteral("after seek to %1: frame %2").arg(target).arg(shown)));
@@ -191,44 +248,34 @@ private Q_SLOTS:
         }
         // Before the start reads from the start, past the end reads the last group of pictures.
         demuxer.seek(std::numeric_limits<qint64>::min());
-        QCOMPARE(globalFrame(identify(decodeFrames(demuxer, decoder, video, 1).value(0).data())), 0);
+        QCOMPARE(frameShown(decodeFrames(demuxer, decoder, video, 1).value(0).data()), 0);
         demuxer.seek(std::numeric_limits<qint64>::max());
         const QVector<AVFramePtr> tail = decodeFrames(demuxer, decoder, video, 100);
         QVERIFY(!tail.isEmpty() && tail.size() <= 13);
-        QCOMPARE(globalFrame(identify(tail.last().data())), 149);
+        QCOMPARE(frameShown(tail.last().data()), 149);
         // No such stream: nothing happens, reading goes on from where it was.
         demuxer.seek(0);
         demuxer.seekByStream(3000, 99);
         demuxer.seekByStream(3000, -1);
-        QCOMPARE(globalFrame(identify(decodeFrames(demuxer, decoder, video, 1).value(0).data())), 0);
+        QCOMPARE(frameShown(decodeFrames(demuxer, decoder, video, 1).value(0).data()), 0);
     }
 
     void badInputFailsOrReadsPlainly()
     {
         LogCapture capture;
-        const QByteArray joined = readAll(chaptersPath());
+        const QByteArray joined = read(chaptersPath());
         FFVobDemuxer demuxer;
-        const QString empty = writeScratch("empty", "empty.VOB", QByteArray());
+        const QString empty = writeScratch("empty.VOB", QByteArray());
         for (const QString &path : {QString(), TestMedia::path("vob-no-such-file.vob"), empty}) {
             QVERIFY(!demuxer.open(path));
             QVERIFY(VobEntryManager::sharedInstance()->scanVobEntry(path).isEmpty());
             QVERIFY(demuxer.readPacket().isNull());
         }
-        QByteArray noise(256 * 1024, Qt::Uninitialized);
-        QRandomGenerator(20261122).fillRange(reinterpret_cast<quint32 *>(noise.data()), noise.size() / 4);
-        const QString random = writeScratch("random", "random.vob", noise);
-        if (demuxer.open(random)) {
-            QVERIFY(demuxer.chapters().size() <= 1);
-            demuxer.seek(1000);
-            int packets = 0;
-            timeSteps(demuxer, &packets);
-            QVERIFY(packets < 100000);
-        }
 
         // Cut in the middle of the second segment: two chapters, the second shorter.
         const qint64 seg0 = QFileInfo(TestMedia::path("vob-seg0.vob")).size();
         const qint64 seg1 = QFileInfo(TestMedia::path("vob-seg1.vob")).size();
-        const QString truncated = writeScratch("truncated", "truncated.VOB", joined.left(int(seg0 + seg1 / 2 + 777)));
+        const QString truncated = writeScratch("truncated.VOB", joined.left(int(seg0 + seg1 / 2 + 777)));
         QVERIFY(demuxer.open(truncated));
         QCOMPARE(demuxer.chapters().size(), 2);
         QVERIFY(capture.hasRecord(QStringLiteral("---demux--- vob chapters: 2 in ") + truncated));
@@ -244,17 +291,13 @@ private Q_SLOTS:
     void indexKeepsEntriesUntilTheFileChanges()
     {
         VobEntryManager *index = VobEntryManager::sharedInstance();
-        const QString path = writeScratch("index", "copy.VOB", readAll(chaptersPath()));
+        const QString path = writeScratch("copy.VOB", read(chaptersPath()));
         const quint64 scans = index->scanCount();
         QCOMPARE(index->scanVobEntry(path).size(), 3);
         QCOMPARE(index->scanVobEntry(path).size(), 3);
         QCOMPARE(index->scanCount(), scans + 1);
         // A different file under the same name: scanned again.
-        {
-            QFile file(path);
-            QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-            file.write(readAll(TestMedia::path("vob-seg0.vob")));
-        }
+        QVERIFY(!ScratchFiles::write(path, read(TestMedia::path("vob-seg0.vob"))).isEmpty());
         QCOMPARE(index->scanVobEntry(path).size(), 1);
         QCOMPARE(index->scanCount(), scans + 2);
 
@@ -270,6 +313,68 @@ private Q_SLOTS:
         QCOMPARE(index->scanCount(), before);
         index->scanVobEntry(TestMedia::path(QStringLiteral("vob-missing-0.vob")));
         QCOMPARE(index->scanCount(), before + 1);
+    }
+
+    // Pickers on pool threads open the same file at once: one scan serves them all,
+    // and their demuxers read on while the index evicts entries around them.
+    void demuxersOnManyThreadsShareTheIndex()
+    {
+        const QString path = writeScratch("shared.VOB", read(chaptersPath()));
+        VobEntryManager *index = VobEntryManager::sharedInstance();
+        const quint64 scans = index->scanCount();
+        constexpr int kThreads = 8, kEvicting = 20;
+        std::atomic<int> arrived {0}, opened {0};
+        QVector<qint64> durations(kThreads, -1);
+        QVector<int> packets(kThreads, 0);
+        std::vector<std::unique_ptr<QThread>> threads;
+        for (int i = 0; i < kThreads; ++i) {
+            threads.emplace_back(QThread::create([&, i] {
+                for (++arrived; arrived.load() < kThreads;) // start together, so the scans overlap
+                    QThread::yieldCurrentThread();
+                FFVobDemuxer demuxer; // belongs to this thread
+                const bool ok = demuxer.open(path);
+                for (++opened; opened.load() < kThreads;)
+                    QThread::yieldCurrentThread();
+                if (!ok)
+                    return;
+                durations[i] = demuxer.durationMs();
+                demuxer.seek(2500 + 300 * i);
+                for (int k = 0; k < kEvicting; ++k)
+                    index->scanVobEntry(TestMedia::path(QStringLiteral("vob-missing-%1-%2.vob").arg(i).arg(k)));
+                while (demuxer.readPacket() && packets[i] < 100000)
+                    ++packets[i];
+            }));
+            threads.back()->start();
+        }
+        for (auto &thread : threads)
+            QVERIFY(thread->wait(120000));
+        QCOMPARE(index->scanCount(), scans + 1 + kThreads * kEvicting);
+        for (int i = 0; i < kThreads; ++i) {
+            QVERIFY2(qAbs(durations[i] - 6000) <= 120, qPrintable(QString::number(durations[i])));
+            QVERIFY(packets[i] > 0);
+        }
+        QVERIFY(index->entryCount() <= VobEntryManager::kMaxEntries);
+    }
+
+    // End to end: thumbnails of the joined file through the fetch service, whose
+    // pickers read it by chapters while the base library's setting asks for it.
+    void thumbnailsShowTheFrameAtTheirTime()
+    {
+        VeloranBaseEntry()->properties()->setValue(QStringLiteral("kVob_DeMux_Enabled"), true);
+        QSharedPointer<IAVFetcher> fetcher = createAVFetcher();
+        const QVector<qint64> times {100, 1000, 2100, 2900, 3700, 4500, 5900, 1500};
+        const QMap<qint64, QImage> thumbs = FetchAnswers::thumbnails(fetcher.data(), chaptersPath(), times, 160, 120000);
+        VeloranBaseEntry()->properties()->remove(QStringLiteral("kVob_DeMux_Enabled"));
+        QCOMPARE(thumbs.size(), times.size());
+        for (qint64 time : times) {
+            QCOMPARE(thumbs.value(time).width(), 160);
+            // Times count from the first audio sample, 10 ms before the first picture.
+            // Chapter times are good to a frame (as the stream reader's), and the
+            // picture, converted to RGB, tells its number to one more.
+            const int shown = frameShown(thumbs.value(time));
+            QVERIFY2(qAbs(shown - (time - 10) / kFrameMs) <= 2,
+                     qPrintable(QStringLiteral("at %1 ms: frame %2").arg(time).arg(shown)));
+        }
     }
 };
 
