@@ -1,8 +1,7 @@
 #include "FuzzTargets.h"
+#include "ScratchFiles.h"
 #include "TestMedia.h"
 
-#include "Model/JsonDuplicateKeys.h"
-#include "Model/TimelineFiles.h"
 #include "VeloranDec/FFAudioStreamReader.h"
 #include "VeloranDec/FFDemuxer.h"
 #include "VeloranDec/FFVideoStreamReader.h"
@@ -22,25 +21,12 @@
 #include <unistd.h>
 
 extern "C" {
-#include <libavutil/crc.h>
 #include <libavutil/log.h>
 }
 
 using namespace Veloran;
 
 namespace {
-
-QByteArray readAll(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-QString writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size() ? path : QString();
-}
 
 // All packets of a file, at most 100000; -1 when it does not open.
 int countPackets(const QString &path)
@@ -54,27 +40,20 @@ int countPackets(const QString &path)
     return count;
 }
 
-QByteArray pngChunk(const QByteArray &type, const QByteArray &data)
+// A BMP whose header claims width x height pixels of 24 bits, with a few bytes of data.
+QByteArray bmpClaiming(qint32 width, qint32 height)
 {
-    QByteArray chunk(4, '\0');
-    qToBigEndian<quint32>(quint32(data.size()), chunk.data());
-    const QByteArray body = type + data;
-    const quint32 crc = ~av_crc(av_crc_get_table(AV_CRC_32_IEEE_LE), ~0u, reinterpret_cast<const uint8_t *>(body.constData()), body.size());
-    QByteArray tail(4, '\0');
-    qToBigEndian<quint32>(crc, tail.data());
-    return chunk + body + tail;
-}
-
-// A well-formed PNG whose header claims width x height RGB pixels; its data is one black pixel.
-QByteArray pngClaiming(quint32 width, quint32 height)
-{
-    QByteArray ihdr(13, '\0');
-    qToBigEndian<quint32>(width, ihdr.data());
-    qToBigEndian<quint32>(height, ihdr.data() + 4);
-    ihdr[8] = 8; // bit depth
-    ihdr[9] = 2; // RGB
-    return QByteArray("\x89PNG\r\n\x1a\n", 8) + pngChunk("IHDR", ihdr)
-        + pngChunk("IDAT", QByteArray::fromHex("789c63606060000000040001")) + pngChunk("IEND", {});
+    QByteArray bmp(54 + 64, '\0');
+    bmp[0] = 'B';
+    bmp[1] = 'M';
+    qToLittleEndian<quint32>(quint32(bmp.size()), bmp.data() + 2);
+    qToLittleEndian<quint32>(54, bmp.data() + 10);
+    qToLittleEndian<quint32>(40, bmp.data() + 14);
+    qToLittleEndian<qint32>(width, bmp.data() + 18);
+    qToLittleEndian<qint32>(height, bmp.data() + 22);
+    qToLittleEndian<quint16>(1, bmp.data() + 26);
+    qToLittleEndian<quint16>(24, bmp.data() + 28);
+    return bmp;
 }
 
 // A named pipe fed from a thread: `head` at once, then one byte of `trickle` every
@@ -152,22 +131,11 @@ private slots:
         for (const char *kind : {"/seeds/", "/regressions/"})
             inputs += QDir(QStringLiteral(VR_FUZZ_DIR) + kind + target).entryInfoList(QDir::Files | QDir::Hidden);
         for (const QFileInfo &info : inputs) {
-            const QByteArray bytes = readAll(info.filePath());
+            const QByteArray bytes = ScratchFiles::read(info.filePath());
             qInfo().noquote() << "replaying" << info.fileName();
             run(reinterpret_cast<const uint8_t *>(bytes.constData()), size_t(bytes.size()));
         }
         QVERIFY(inputs.size() >= least);
-    }
-
-    // Qt's parser leaks what a repeated key replaces, so such documents are refused.
-    void repeatedJsonKeysAreRefused()
-    {
-        QVERIFY(jsonHasDuplicateKeys("{\"a\":[1],\"a\":2}"));
-        QVERIFY(jsonHasDuplicateKeys("{\"a\":1,\"\\u0061\":2}"));
-        // Same names in different objects, names as values, escaped quotes: fine.
-        QVERIFY(!jsonHasDuplicateKeys("{\"a\":{\"a\":\"a\"},\"b\":[{\"a\":1},{\"a\":2}],\"c\":\"\\\"a\\\"\"}"));
-        QVERIFY(jsonToVariantMap(QStringLiteral("{\"id\":\"/\",\"s\":[[]],\"s\":\"\"}")).isEmpty());
-        QCOMPARE(jsonToVariantMap(QStringLiteral("{\"id\":\"/\",\"s\":[{\"id\":\"a\"},{\"id\":\"b\"}]}")).value("s").toList().size(), 2);
     }
 
     // The interrupt callback FFmpeg polls fires once the innermost limit has passed;
@@ -196,14 +164,14 @@ private slots:
     {
         const QString dir = TestMedia::scratchDir(QStringLiteral("harden-truncated"));
         for (const QString name : {QStringLiteral("harden-cut.ts"), QStringLiteral("sample.mp4")}) {
-            const QByteArray whole = readAll(TestMedia::path(name));
+            const QByteArray whole = ScratchFiles::read(TestMedia::path(name));
             const int allPackets = countPackets(TestMedia::path(name));
             QVERIFY(allPackets > 50);
             const bool streamable = name.endsWith(QLatin1String(".ts"));
             for (int i = 0; i < 30; ++i) {
                 // Dense near the start, where the headers are.
                 const int size = i < 8 ? i * 37 : int(qint64(whole.size()) * (i - 7) / 22);
-                const QString path = writeFile(dir + QStringLiteral("/cut-%1.%2").arg(i).arg(QFileInfo(name).suffix()), whole.left(size));
+                const QString path = ScratchFiles::write(dir + QStringLiteral("/cut-%1.%2").arg(i).arg(QFileInfo(name).suffix()), whole.left(size));
                 const int packets = countPackets(path);
                 QVERIFY2(packets <= allPackets && (size >= 200 || packets == -1), qPrintable(path));
                 FFVideoStreamReader video;
@@ -226,39 +194,24 @@ private slots:
         }
     }
 
-    // Headers claiming gigantic pictures give no frame (and allocate nothing of that
-    // size); the same crafted header at a small size decodes.
+    // Headers claiming gigantic pictures give no frame (the decoders refuse to
+    // allocate for them); the same header at a small size decodes.
     void hugePictureClaimsGiveNoFrame()
     {
         const QString dir = TestMedia::scratchDir(QStringLiteral("harden-huge"));
-        QByteArray bmp(54 + 64, '\0'); // 24-bit, claiming 100000 x 100000
-        bmp[0] = 'B';
-        bmp[1] = 'M';
-        qToLittleEndian<quint32>(quint32(bmp.size()), bmp.data() + 2);
-        qToLittleEndian<quint32>(54, bmp.data() + 10);
-        qToLittleEndian<quint32>(40, bmp.data() + 14);
-        qToLittleEndian<qint32>(100000, bmp.data() + 18);
-        qToLittleEndian<qint32>(100000, bmp.data() + 22);
-        qToLittleEndian<quint16>(1, bmp.data() + 26);
-        qToLittleEndian<quint16>(24, bmp.data() + 28);
-        const QStringList files {writeFile(dir + "/huge.png", pngClaiming(100000, 100000)),
-                                 writeFile(dir + "/wide.png", pngClaiming(1u << 30, 1)),
-                                 writeFile(dir + "/over-limit.png", pngClaiming(16385, 16385)),
-                                 writeFile(dir + "/huge.bmp", bmp)};
-        for (const QString &path : files) {
+        for (const QSize size : {QSize(100000, 100000), QSize(16385, 16385), QSize(1, -0x7fffffff)}) {
+            const QString path = ScratchFiles::write(dir + "/huge.bmp", bmpClaiming(size.width(), size.height()));
             FFVideoStreamReader reader;
-            if (reader.openStream(path, AVMEDIA_TYPE_VIDEO, -1)) {
-                QVERIFY2(!reader.readNextFrame(), qPrintable(path));
-                QVERIFY2(!reader.seekAndReadNextFrame(0, true), qPrintable(path));
-            }
+            if (reader.openStream(path, AVMEDIA_TYPE_VIDEO, -1))
+                QVERIFY(!reader.readNextFrame() && !reader.seekAndReadNextFrame(0, true));
             VideoSource source;
             if (source.openVideo(path, {AV_PIX_FMT_RGBA}, 0))
-                QVERIFY2(!source.seekAndReadNextAdaptFrame(0, true), qPrintable(path));
+                QVERIFY(!source.seekAndReadNextAdaptFrame(0, true));
         }
         FFVideoStreamReader reader;
-        QVERIFY(reader.openStream(writeFile(dir + "/small.png", pngClaiming(1, 1)), AVMEDIA_TYPE_VIDEO, -1));
+        QVERIFY(reader.openStream(ScratchFiles::write(dir + "/small.bmp", bmpClaiming(2, 2)), AVMEDIA_TYPE_VIDEO, -1));
         const AVFramePtr frame = reader.readNextFrame();
-        QVERIFY(frame && frame->width == 1);
+        QVERIFY(frame && frame->width == 2);
     }
 
     // A source that keeps trickling in and never ends (a pipe, a stalled share):
@@ -274,7 +227,7 @@ private slots:
             QVERIFY(!demuxer.open(dir + "/zeros"));
         }
         // A real stream start, then endless garbage: the start reads, then reading stops.
-        const QByteArray whole = readAll(TestMedia::path(QStringLiteral("harden-cut.ts")));
+        const QByteArray whole = ScratchFiles::read(TestMedia::path(QStringLiteral("harden-cut.ts")));
         SlowPipe pipe(dir + "/stalling.ts", whole.left(whole.size() * 3 / 4), '\x55');
         QVERIFY(pipe.isOk());
         FFDemuxer demuxer;
