@@ -1,3 +1,4 @@
+#include "ScratchFiles.h"
 #include "TestMedia.h"
 
 #include "Projects/Fetcher/AVPickerManager.h"
@@ -173,19 +174,15 @@ private slots:
         const int threads = small ? 2 : 4;
         const int rounds = small ? 2 : 4;
         const QString scratch = TestMedia::scratchDir(QStringLiteral("harden-stress"));
-        QFile sample(TestMedia::path(QStringLiteral("sample.mp4")));
-        QVERIFY(sample.open(QIODevice::ReadOnly));
-        QFile truncated(scratch + QStringLiteral("/truncated.mp4"));
-        QVERIFY(truncated.open(QIODevice::WriteOnly) && truncated.write(sample.read(sample.size() / 3)) > 0);
-        truncated.close();
+        const QByteArray sample = ScratchFiles::read(TestMedia::path(QStringLiteral("sample.mp4")));
         QByteArray noise(20000, '\0');
         QRandomGenerator(7).fillRange(reinterpret_cast<quint32 *>(noise.data()), noise.size() / 4);
-        QFile garbage(scratch + QStringLiteral("/garbage.mov"));
-        QVERIFY(garbage.open(QIODevice::WriteOnly) && garbage.write(noise) == noise.size());
-        garbage.close();
-        const QStringList files {sample.fileName(), TestMedia::path(QStringLiteral("sine.wav")),
-                                 TestMedia::path(QStringLiteral("harden-cut.ts")), truncated.fileName(),
-                                 garbage.fileName(), scratch + QStringLiteral("/missing.mp4")};
+        const QStringList files {TestMedia::path(QStringLiteral("sample.mp4")), TestMedia::path(QStringLiteral("sine.wav")),
+                                 TestMedia::path(QStringLiteral("harden-cut.ts")),
+                                 ScratchFiles::write(scratch + QStringLiteral("/truncated.mp4"), sample.left(sample.size() / 3)),
+                                 ScratchFiles::write(scratch + QStringLiteral("/garbage.mov"), noise),
+                                 scratch + QStringLiteral("/missing.mp4")};
+        QVERIFY(!files.contains(QString()));
 
         std::vector<std::unique_ptr<QThread>> workers;
         std::vector<Client *> clients;

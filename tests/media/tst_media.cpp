@@ -1,4 +1,5 @@
 #include "LogCapture.h"
+#include "ScratchFiles.h"
 #include "TestMedia.h"
 
 #include "VeloranBaseEntry.h"
@@ -50,37 +51,7 @@ qint64 nextPacketMs(FFDemuxer &demuxer, int stream)
 
 QString writeScratch(const QString &name, const QByteArray &bytes)
 {
-    const QString path = TestMedia::scratchDir(QStringLiteral("media-") + name) + QLatin1Char('/') + name;
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() ? path : QString();
-}
-
-struct Decoded
-{
-    int frames = 0;
-    QList<int> formats;
-};
-
-// Every packet of one stream through the decoder, then drained.
-Decoded decodeStream(FFDemuxer &demuxer, FFDecoder &decoder, int stream)
-{
-    Decoded result;
-    auto receiveAll = [&] {
-        while (decoder.couldRecv()) {
-            if (AVFramePtr frame = decoder.recvFrame()) {
-                ++result.frames;
-                if (!result.formats.contains(frame->format))
-                    result.formats.append(frame->format);
-            }
-        }
-    };
-    while (AVPacketPtr packet = demuxer.readPacket(stream)) {
-        if (decoder.sendPacket(packet))
-            receiveAll();
-    }
-    if (decoder.sendPacket(AVPacketPtr()))
-        receiveAll();
-    return result;
+    return ScratchFiles::write(TestMedia::scratchDir(QStringLiteral("media-") + name) + QLatin1Char('/') + name, bytes);
 }
 
 AVPacketPtr makePacket(const QByteArray &bytes, int64_t pts, int64_t duration)
@@ -136,18 +107,13 @@ private Q_SLOTS:
         FFDemuxer demuxer;
         QVERIFY(demuxer.open(TestMedia::path("sample.mp4")));
         const int video = streamOfType(demuxer, AVMEDIA_TYPE_VIDEO);
-        const QMap<int, int> perStream = packetsToEnd(demuxer);
-        QCOMPARE(perStream.value(video), 100); // 4 s at 25 fps
-        QVERIFY(perStream.value(streamOfType(demuxer, AVMEDIA_TYPE_AUDIO)) > 180);
+        QCOMPARE(packetsToEnd(demuxer).value(video), 100); // 4 s at 25 fps
         QVERIFY(demuxer.readPacket().isNull()); // stays at the end
-
         // One stream at a time: the others are read and dropped.
         demuxer.seek(0);
         int videoPackets = 0;
-        while (AVPacketPtr packet = demuxer.readPacket(video)) {
+        for (AVPacketPtr packet; (packet = demuxer.readPacket(video)); ++videoPackets)
             QCOMPARE(packet->stream_index, video);
-            ++videoPackets;
-        }
         QCOMPARE(videoPackets, 100);
         QVERIFY(capture.records().isEmpty());
 
@@ -245,9 +211,7 @@ private Q_SLOTS:
         QTest::addColumn<qint64>("size");
         QTest::newRow("missing") << TestMedia::path("media-does-not-exist.mp4") << qint64(0);
         QTest::newRow("zero bytes") << writeScratch("empty.mp4", {}) << qint64(0);
-        QFile sample(TestMedia::path("sample.mp4"));
-        QVERIFY(sample.open(QIODevice::ReadOnly));
-        QTest::newRow("truncated") << writeScratch("truncated.mp4", sample.read(4096)) << qint64(4096);
+        QTest::newRow("truncated") << writeScratch("truncated.mp4", ScratchFiles::read(TestMedia::path("sample.mp4")).left(4096)) << qint64(4096);
         QByteArray noise(65536, Qt::Uninitialized);
         QRandomGenerator(20261122).fillRange(reinterpret_cast<quint32 *>(noise.data()), noise.size() / 4);
         QTest::newRow("random bytes") << writeScratch("noise.mov", noise) << qint64(noise.size());
@@ -336,22 +300,16 @@ private Q_SLOTS:
     void describesFiles()
     {
         FFDemuxer demuxer;
-        QVERIFY(demuxer.containerInfo().isNull());
         QVERIFY(demuxer.open(TestMedia::path("sample.mp4")));
         const QSharedPointer<ContainerInfo> info = demuxer.containerInfo();
-        QVERIFY(info);
         QCOMPARE(info->startTime, qint64(0));
         QVERIFY(info->videoStreams.size() == 1 && info->audioStreams.size() == 1 && info->subtitleStreams.isEmpty());
         const int videoIndex = info->videoStreams.first()->index;
         const int audioIndex = info->audioStreams.first()->index;
-        const QSharedPointer<CVideoStreamInfo> video = demuxer.videoStreamInfo(videoIndex);
-        QVERIFY(video && demuxer.videoStreamInfo(audioIndex).isNull());
-        QCOMPARE(video->displaySize(), QSize(320, 240));
-        QVERIFY(video->durationMs >= 3990 && video->durationMs <= 4010);
-        const QSharedPointer<CAudioStreamInfo> audio = demuxer.audioStreamInfo(audioIndex);
-        QVERIFY(audio && demuxer.audioStreamInfo(videoIndex).isNull());
-        QCOMPARE(audio->sampleRate, 48000);
-        QCOMPARE(audio->channels, 1);
+        QVERIFY(demuxer.videoStreamInfo(audioIndex).isNull() && demuxer.audioStreamInfo(videoIndex).isNull());
+        QCOMPARE(demuxer.videoStreamInfo(videoIndex)->displaySize(), QSize(320, 240));
+        QVERIFY(qAbs(demuxer.videoStreamInfo(videoIndex)->durationMs - 4000) <= 10);
+        QCOMPARE(demuxer.audioStreamInfo(audioIndex)->sampleRate, 48000);
 
         QCOMPARE(describe("media-start1400.mp4")->startTime, qint64(1)); // whole seconds, truncated
         QVERIFY(describe("media-noduration.mkv")->durationMs < 0); // unknown
@@ -379,31 +337,6 @@ private Q_SLOTS:
         LogCapture capture;
         QVERIFY(!isCoverStream(TestMedia::path("media-does-not-exist.wma"), 1));
         QVERIFY(!capture.records().isEmpty());
-    }
-
-    void decodesEveryFrameAndFlushesForSeeks()
-    {
-        LogCapture capture;
-        FFDemuxer demuxer;
-        QVERIFY(demuxer.open(TestMedia::path("sample.mp4")));
-        const int video = streamOfType(demuxer, AVMEDIA_TYPE_VIDEO);
-        FFDecoder decoder;
-        QVERIFY(decoder.open(streamAt(demuxer, video), 3));
-        QCOMPARE(decoder.codecContext()->thread_count, 3);
-        const Decoded videoResult = decodeStream(demuxer, decoder, video);
-        QCOMPARE(videoResult.frames, 100);
-        QCOMPARE(videoResult.formats, QList<int> {AV_PIX_FMT_YUV420P});
-
-        // Flushed, it decodes again after a seek.
-        decoder.clearBuffer();
-        demuxer.seekByStream(2000, video);
-        QVERIFY(decoder.sendPacket(demuxer.readPacket(video)));
-        QVERIFY(decoder.sendPacket(AVPacketPtr()));
-        const AVFramePtr frame = decoder.recvFrame();
-        QVERIFY(frame);
-        QCOMPARE(av_rescale_q(frame->pts, streamAt(demuxer, video)->time_base, AVRational {1, 1000}), int64_t(2000));
-
-        QVERIFY(capture.records().isEmpty());
     }
 
     void gbkSubtitlesDecodeAfterARetry()
