@@ -178,7 +178,13 @@ private Q_SLOTS:
         QCOMPARE(capture.recordTexts(),
                  QStringList {QStringLiteral("---player--- seekByStream streamIndex: %1,res : -1: Operation not permitted").arg(cover)});
         QVERIFY(demuxer.readPacket(audio));
-
+        // MP4 cannot seek by byte position (the VOB demuxer's chapter seeks do, on MPEG-PS).
+        capture.clear();
+        QVERIFY(demuxer.open(TestMedia::path("sample.mp4")));
+        demuxer.seekByFilePos(1000);
+        QCOMPARE(capture.records().size(), 1);
+        QVERIFY(capture.records().first().text().startsWith("---player--- seekByFilePos av_seek_frame: "));
+        QVERIFY(demuxer.readPacket());
     }
 
     void readsMediaInsideQtResources()
