@@ -3,86 +3,63 @@
 #include "Projects/Fetcher/AVPickerManager.h"
 #include "VeloranBaseEntry.h"
 
+#include <memory>
 #include <mutex>
 
-#include <memory>
-#include <vector>
-
-// Records, while alive, the picker starts and ends the manager reports, and how
-// many pickers of each kind ran at the same time at most.
+// Records, while alive, the picker starts the manager reports (file and request ids),
+// and how many pickers (and audio pickers) ran at the same time at most.
 class PickerLog
 {
 public:
     using Event = Veloran::AVPickerManager::PickerEvent;
+    struct Start
+    {
+        QString file;
+        QList<qint64> ids;
+    };
 
     explicit PickerLog(Veloran::AVPickerManager *manager)
         : mManager(manager)
-        , mState(std::make_shared<State>())
     {
         std::shared_ptr<State> state = mState;
-        mManager->setPickerObserver([state](const Event &event) { state->add(event); });
+        mManager->setPickerObserver([state](const Event &event) {
+            std::lock_guard<std::mutex> locker(state->mutex);
+            const int delta = event.kind == Event::Started ? 1 : -1;
+            (event.audio ? state->audio : state->video) += delta;
+            if (event.kind == Event::Started)
+                state->starts.append(deepCopy({event.filePath, event.requestIds}));
+            state->maxAudio = qMax(state->maxAudio, state->audio);
+            state->maxRunning = qMax(state->maxRunning, state->audio + state->video);
+        });
     }
     ~PickerLog() { mManager->setPickerObserver({}); }
 
-    QList<Event> starts() const
+    QList<Start> starts() const
     {
         std::lock_guard<std::mutex> locker(mState->mutex);
-        // Deep copies: a shared list handed out here would be detached by the next
-        // event while this copy is read.
-        QList<Event> copy;
-        for (const Event &event : mState->starts)
-            copy.append({event.kind, event.audio, QString(event.filePath.constData(), event.filePath.size()),
-                         QList<qint64>(event.requestIds.begin(), event.requestIds.end())});
+        QList<Start> copy;
+        for (const Start &start : mState->starts)
+            copy.append(deepCopy(start));
         return copy;
     }
-    int startCount() const
-    {
-        std::lock_guard<std::mutex> locker(mState->mutex);
-        return int(mState->starts.size());
-    }
-    int finishCount() const
-    {
-        std::lock_guard<std::mutex> locker(mState->mutex);
-        return mState->finishes;
-    }
-    int maxAudioRunning() const
-    {
-        std::lock_guard<std::mutex> locker(mState->mutex);
-        return mState->maxAudio;
-    }
-    int maxRunning() const
-    {
-        std::lock_guard<std::mutex> locker(mState->mutex);
-        return mState->maxRunning;
-    }
+    int startCount() const { return starts().size(); }
+    int maxAudioRunning() const { std::lock_guard<std::mutex> locker(mState->mutex); return mState->maxAudio; }
+    int maxRunning() const { std::lock_guard<std::mutex> locker(mState->mutex); return mState->maxRunning; }
 
 private:
+    // Shares nothing: a shared copy would be detached by the next event while read.
+    static Start deepCopy(const Start &start)
+    {
+        return {QString(start.file.constData(), start.file.size()), QList<qint64>(start.ids.begin(), start.ids.end())};
+    }
     struct State
     {
-        void add(const Event &event)
-        {
-            std::lock_guard<std::mutex> locker(mutex);
-            const int delta = event.kind == Event::Started ? 1 : -1;
-            (event.audio ? audio : video) += delta;
-            if (event.kind == Event::Started)
-                starts.push_back(event);
-            else
-                ++finishes;
-            maxAudio = qMax(maxAudio, audio);
-            maxRunning = qMax(maxRunning, audio + video);
-        }
-
         std::mutex mutex;
-        std::vector<Event> starts;
-        int finishes = 0;
-        int audio = 0;
-        int video = 0;
-        int maxAudio = 0;
-        int maxRunning = 0;
+        QList<Start> starts;
+        int audio = 0, video = 0, maxAudio = 0, maxRunning = 0;
     };
-
     Veloran::AVPickerManager *mManager;
-    std::shared_ptr<State> mState;
+    std::shared_ptr<State> mState = std::make_shared<State>();
 };
 
 // Holds every slot of the process-wide work gate, so that video pickers wait at it

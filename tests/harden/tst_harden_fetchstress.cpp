@@ -1,11 +1,11 @@
+#include "ScratchFiles.h"
 #include "TestMedia.h"
 
 #include "Projects/Fetcher/AVPickerManager.h"
 #include "Projects/Fetcher/IAVFetcher.h"
 
-#include <QFile>
-#include <QHash>
 #include <QRandomGenerator>
+#include <QScopeGuard>
 #include <QSet>
 #include <QThread>
 #include <QTimer>
@@ -25,87 +25,48 @@ using namespace Veloran;
 
 namespace {
 
-// Fetch calls are made under this lock: request ids are unique only while one
-// thread at a time asks for them (the counter is a plain one on purpose).
+// Fetch calls and their booking happen under this lock: request ids are unique only
+// while one thread at a time asks for them (the counter is a plain one on purpose).
 // Standard mutexes throughout: ThreadSanitizer sees them, not Qt's.
-std::mutex gFetchCallMutex;
+std::mutex gCallMutex;
+// What was asked: answer key ("kind id part") -> file.
+QHash<QString, QString> gAsked;
 
-enum class Kind { Thumb, Freeze, Audio };
-
-// One answer: which request (id), and which part of it (the time of a thumbnail,
-// the piece of peaks; 0 for a freeze frame).
-struct AnswerKey
+QString key(char kind, qint64 id, qint64 part)
 {
-    Kind kind;
-    qint64 id;
-    qint64 part;
-    bool operator==(const AnswerKey &other) const
-    {
-        return kind == other.kind && id == other.id && part == other.part;
-    }
-};
-uint qHash(const AnswerKey &key, uint seed = 0)
-{
-    return ::qHash(qMakePair(int(key.kind) * 1000003 + key.part, key.id), seed);
+    return QStringLiteral("%1 %2 %3").arg(kind).arg(id).arg(part);
 }
 
-// What was asked, for matching the answers.
-struct Asked
-{
-    Kind kind;
-    QString file;
-    QList<qint64> parts;
-};
-
-// Every request of the run, from all threads.
-class Ledger
-{
-public:
-    void add(qint64 id, const Asked &asked)
-    {
-        std::lock_guard<std::mutex> locker(mMutex);
-        mAsked.insert(id, asked);
-    }
-    bool find(qint64 id, Asked *asked) const
-    {
-        std::lock_guard<std::mutex> locker(mMutex);
-        if (!mAsked.contains(id))
-            return false;
-        *asked = mAsked.value(id);
-        return true;
-    }
-
-private:
-    mutable std::mutex mMutex;
-    QHash<qint64, Asked> mAsked;
-};
-
-// Lives on its own thread with its own event loop and fetcher; sends requests on a
-// timer, now and then clears or stops the service, and books every answer it sees.
+// Lives on its own thread with its own fetcher; sends requests on a timer, now and
+// then clears or stops the service, and books every answer it sees (every fetcher
+// sees every answer).
 class Client : public QObject
 {
     Q_OBJECT
 public:
-    Client(Ledger *ledger, QStringList files, QString scratch, quint32 seed)
-        : mLedger(ledger)
-        , mFiles(std::move(files))
-        , mScratch(std::move(scratch))
-        , mRandom(seed)
+    Client(QStringList files, QString scratch, quint32 seed)
+        : mFiles(std::move(files)), mScratch(std::move(scratch)), mRandom(seed)
     {
     }
 
-    // Sends `count` requests one per timer tick, clearing or stopping at random;
-    // `chaosDone` is set after the last.
-    Q_INVOKABLE void startChaos(int count)
+    // `chaos` requests, one per timer tick, with random clears and stops.
+    Q_INVOKABLE void startChaos(int chaos)
     {
-        ensureFetcher();
-        mLeft = count;
+        if (!mFetcher) {
+            mFetcher = createAVFetcher();
+            connect(mFetcher.data(), &IAVFetcher::videoThumb, this,
+                    [this](qint64 id, QString file, qint64 time, bool, QImage) { book(key('T', id, time), file); });
+            connect(mFetcher.data(), &IAVFetcher::videoFreeze, this,
+                    [this](qint64 id, QString file, QString, qint64, bool, bool) { book(key('F', id, 0), file); });
+            connect(mFetcher.data(), &IAVFetcher::audioSample, this,
+                    [this](qint64 id, QString file, qint64, qint64, int, int, int piece, QList<uint8_t>) { book(key('A', id, piece), file); });
+        }
         auto *timer = new QTimer(this);
-        timer->setInterval(2);
-        connect(timer, &QTimer::timeout, this, [this, timer] {
-            if (mLeft-- <= 0) {
+        timer->start(2);
+        connect(timer, &QTimer::timeout, this, [this, timer, chaos]() mutable {
+            if (chaos-- <= 0) {
                 timer->deleteLater();
-                chaosDone = true;
+                done = true;
                 return;
             }
             sendOne();
@@ -115,134 +76,82 @@ public:
             else if (dice < 6)
                 mFetcher->stop();
         });
-        timer->start();
     }
-
-    // Sends `count` requests at once; their ids are those that must be answered.
-    Q_INVOKABLE void sendCalm(int count)
+    // Once every client's chaos is over: `calm` requests at once, whose answers must all come.
+    Q_INVOKABLE void sendCalm(int calm)
     {
-        ensureFetcher();
-        QList<AnswerKey> expected;
-        for (int i = 0; i < count; ++i)
-            expected += sendOne();
+        QStringList mustAnswer;
+        for (int i = 0; i < calm; ++i)
+            mustAnswer += sendOne();
         std::lock_guard<std::mutex> locker(mMutex);
-        mMustAnswer += expected;
-        calmSent = true;
+        mMustAnswer = mustAnswer;
+        done = true;
     }
-
     Q_INVOKABLE void dropFetcher() { mFetcher.reset(); }
 
-    // Answers still missing of those that must come.
-    int missing(const QList<AnswerKey> &keys) const
+    QStringList mustAnswer() const { std::lock_guard<std::mutex> locker(mMutex); return mMustAnswer; }
+    int missing(const QStringList &keys) const
     {
         std::lock_guard<std::mutex> locker(mMutex);
-        int count = 0;
-        for (const AnswerKey &key : keys)
-            count += mAnswered.contains(key) ? 0 : 1;
-        return count;
+        return int(std::count_if(keys.begin(), keys.end(), [this](const QString &k) { return !mAnswered.contains(k); }));
     }
-    QList<AnswerKey> mustAnswer() const
-    {
-        std::lock_guard<std::mutex> locker(mMutex);
-        return mMustAnswer;
-    }
-    QStringList problems() const
-    {
-        std::lock_guard<std::mutex> locker(mMutex);
-        return mProblems;
-    }
-    // Forget the round's bookkeeping (answered keys stay, to catch late repeats).
-    void nextRound()
-    {
-        std::lock_guard<std::mutex> locker(mMutex);
-        mMustAnswer.clear();
-        chaosDone = false;
-        calmSent = false;
-    }
+    QStringList problems() const { std::lock_guard<std::mutex> locker(mMutex); return mProblems; }
 
-    std::atomic<bool> chaosDone {false};
-    std::atomic<bool> calmSent {false};
+    std::atomic<bool> done {false};
 
 private:
-    void ensureFetcher()
-    {
-        if (mFetcher)
-            return;
-        mFetcher = createAVFetcher();
-        connect(mFetcher.data(), &IAVFetcher::videoThumb, this,
-                [this](qint64 id, QString file, qint64 time, bool, QImage) { book({Kind::Thumb, id, time}, file); });
-        connect(mFetcher.data(), &IAVFetcher::videoFreeze, this,
-                [this](qint64 id, QString file, QString, qint64, bool, bool) { book({Kind::Freeze, id, 0}, file); });
-        connect(mFetcher.data(), &IAVFetcher::audioSample, this,
-                [this](qint64 id, QString file, qint64, qint64, int, int, int piece, QList<uint8_t>) {
-                    book({Kind::Audio, id, piece}, file);
-                });
-    }
-
-    QList<AnswerKey> sendOne()
+    QStringList sendOne()
     {
         const QString file = mFiles.at(mRandom.bounded(mFiles.size()));
-        const int kind = mRandom.bounded(3);
-        std::lock_guard<std::mutex> calls(gFetchCallMutex);
-        if (kind == 0) {
+        const std::lock_guard<std::mutex> calls(gCallMutex);
+        QStringList keys;
+        switch (mRandom.bounded(3)) {
+        case 0: {
             const QVector<qint64> times {mRandom.bounded(1000), 1000 + mRandom.bounded(1000), 2500};
             const qint64 id = mFetcher->fetchVideo(file, times, 48, mRandom.bounded(2) == 0, mRandom.bounded(4) == 0);
-            mLedger->add(id, {Kind::Thumb, file, {times[0], times[1], times[2]}});
-            return {{Kind::Thumb, id, times[0]}, {Kind::Thumb, id, times[1]}, {Kind::Thumb, id, times[2]}};
+            for (qint64 time : times)
+                keys << key('T', id, time);
+            break;
         }
-        if (kind == 1) {
+        case 1: {
             const QString save = mScratch + QStringLiteral("/freeze-%1.png").arg(mRandom.generate());
-            const qint64 id = mFetcher->fetchFreezeFrame(file, save, mRandom.bounded(3000), true, false);
-            mLedger->add(id, {Kind::Freeze, file, {0}});
-            return {{Kind::Freeze, id, 0}};
+            keys << key('F', mFetcher->fetchFreezeFrame(file, save, mRandom.bounded(3000), true, false), 0);
+            break;
         }
-        const qint64 id = mFetcher->fetchAudio(file, mRandom.bounded(1000), 500, 20, 1, mRandom.bounded(4) == 0);
-        mLedger->add(id, {Kind::Audio, file, {0}});
-        return {{Kind::Audio, id, 0}};
+        default:
+            keys << key('A', mFetcher->fetchAudio(file, mRandom.bounded(1000), 500, 20, 1, mRandom.bounded(4) == 0), 0);
+        }
+        for (const QString &k : keys)
+            gAsked.insert(k, file);
+        return keys;
     }
 
-    void book(const AnswerKey &key, const QString &file)
+    void book(const QString &answer, const QString &file)
     {
-        // An answer may overtake the booking of its request: wait for the sender
-        // to finish its call (and booking) first.
-        { const std::lock_guard<std::mutex> calls(gFetchCallMutex); }
-        Asked asked;
+        // An answer may overtake the booking of its request: take the call lock first.
+        const std::lock_guard<std::mutex> calls(gCallMutex);
         std::lock_guard<std::mutex> locker(mMutex);
-        if (!mLedger->find(key.id, &asked) || asked.kind != key.kind || asked.file != file
-            || !asked.parts.contains(key.part))
-            mProblems << QStringLiteral("answer to a request never made: id %1 part %2 %3").arg(key.id).arg(key.part).arg(file);
-        else if (mAnswered.contains(key))
-            mProblems << QStringLiteral("answered twice: id %1 part %2").arg(key.id).arg(key.part);
-        mAnswered.insert(key);
+        if (gAsked.value(answer) != file)
+            mProblems << QStringLiteral("answer to a request never made: %1 %2").arg(answer, file);
+        else if (mAnswered.contains(answer))
+            mProblems << QStringLiteral("answered twice: %1").arg(answer);
+        mAnswered.insert(answer);
     }
 
-    Ledger *mLedger;
     const QStringList mFiles;
     const QString mScratch;
     QRandomGenerator mRandom;
     QSharedPointer<IAVFetcher> mFetcher;
-    int mLeft = 0;
-
     mutable std::mutex mMutex;
-    QSet<AnswerKey> mAnswered;
-    QList<AnswerKey> mMustAnswer;
+    QSet<QString> mAnswered; // kept across rounds, to catch late repeats
+    QStringList mMustAnswer;
     QStringList mProblems;
 };
-
-// Sanitizers hold freed memory back (ASan's quarantine) or shadow it, so resident
-// size says nothing there; ASan's leak check takes over.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kResidentSizeIsMeaningful = false;
-#else
-constexpr bool kResidentSizeIsMeaningful = true;
-#endif
 
 qint64 residentBytes()
 {
     QFile statm(QStringLiteral("/proc/self/statm"));
-    if (!statm.open(QIODevice::ReadOnly))
-        return 0;
-    const QList<QByteArray> fields = statm.readAll().split(' ');
+    const QList<QByteArray> fields = statm.open(QIODevice::ReadOnly) ? statm.readAll().split(' ') : QList<QByteArray>();
     return fields.size() > 1 ? fields.at(1).toLongLong() * sysconf(_SC_PAGESIZE) : 0;
 }
 
@@ -264,104 +173,73 @@ private slots:
         const bool small = qEnvironmentVariableIsSet("VR_STRESS_SMALL");
         const int threads = small ? 2 : 4;
         const int rounds = small ? 2 : 4;
-        const int chaosRequests = small ? 20 : 150;
-        const int calmRequests = small ? 4 : 12;
-
         const QString scratch = TestMedia::scratchDir(QStringLiteral("harden-stress"));
-        QFile sample(TestMedia::path(QStringLiteral("sample.mp4")));
-        QVERIFY(sample.open(QIODevice::ReadOnly));
-        const QByteArray sampleBytes = sample.readAll();
-        QFile truncated(scratch + QStringLiteral("/truncated.mp4"));
-        QVERIFY(truncated.open(QIODevice::WriteOnly));
-        truncated.write(sampleBytes.left(sampleBytes.size() / 3));
-        truncated.close();
-        QFile garbage(scratch + QStringLiteral("/garbage.mov"));
-        QVERIFY(garbage.open(QIODevice::WriteOnly));
+        const QByteArray sample = ScratchFiles::read(TestMedia::path(QStringLiteral("sample.mp4")));
         QByteArray noise(20000, '\0');
         QRandomGenerator(7).fillRange(reinterpret_cast<quint32 *>(noise.data()), noise.size() / 4);
-        garbage.write(noise);
-        garbage.close();
-        const QStringList files {TestMedia::path(QStringLiteral("sample.mp4")),
-                                 TestMedia::path(QStringLiteral("sine.wav")),
+        const QStringList files {TestMedia::path(QStringLiteral("sample.mp4")), TestMedia::path(QStringLiteral("sine.wav")),
                                  TestMedia::path(QStringLiteral("harden-cut.ts")),
-                                 truncated.fileName(),
-                                 garbage.fileName(),
+                                 ScratchFiles::write(scratch + QStringLiteral("/truncated.mp4"), sample.left(sample.size() / 3)),
+                                 ScratchFiles::write(scratch + QStringLiteral("/garbage.mov"), noise),
                                  scratch + QStringLiteral("/missing.mp4")};
+        QVERIFY(!files.contains(QString()));
 
-        Ledger ledger;
         std::vector<std::unique_ptr<QThread>> workers;
         std::vector<Client *> clients;
         // Also on a failed check: fetchers go on their own threads, then the threads.
-        struct Teardown
-        {
-            std::vector<std::unique_ptr<QThread>> &workers;
-            std::vector<Client *> &clients;
-            ~Teardown()
-            {
-                for (Client *client : clients)
-                    QMetaObject::invokeMethod(client, "dropFetcher", Qt::BlockingQueuedConnection);
-                for (auto &thread : workers) {
-                    thread->quit();
-                    thread->wait();
-                }
+        const auto teardown = qScopeGuard([&] {
+            for (Client *client : clients)
+                QMetaObject::invokeMethod(client, "dropFetcher", Qt::BlockingQueuedConnection);
+            for (auto &thread : workers) {
+                thread->quit();
+                thread->wait();
             }
-        } teardown {workers, clients};
+        });
         for (int i = 0; i < threads; ++i) {
-            auto thread = std::make_unique<QThread>();
-            auto *client = new Client(&ledger, files, scratch, 1000 + i);
-            client->moveToThread(thread.get());
-            connect(thread.get(), &QThread::finished, client, &QObject::deleteLater);
-            thread->start();
-            clients.push_back(client);
-            workers.push_back(std::move(thread));
+            workers.push_back(std::make_unique<QThread>());
+            clients.push_back(new Client(files, scratch, 1000 + i));
+            clients.back()->moveToThread(workers.back().get());
+            connect(workers.back().get(), &QThread::finished, clients.back(), &QObject::deleteLater);
+            workers.back()->start();
         }
 
-        // The idle cache is watched all along.
         int mostCached = 0;
         QTimer cacheWatch;
         connect(&cacheWatch, &QTimer::timeout, this, [&] {
             mostCached = qMax(mostCached, AVPickerManager::sharedInstance()->cachedPickerFiles().size());
         });
         cacheWatch.start(5);
-
         qint64 firstRoundRss = 0;
         for (int round = 0; round < rounds; ++round) {
-            for (Client *client : clients) {
-                client->nextRound();
-                QMetaObject::invokeMethod(client, "startChaos", Qt::QueuedConnection, Q_ARG(int, chaosRequests));
+            const QPair<const char *, int> phases[] {{"startChaos", small ? 20 : 150}, {"sendCalm", small ? 4 : 12}};
+            for (const auto &phase : phases) {
+                for (Client *client : clients) {
+                    client->done = false;
+                    QMetaObject::invokeMethod(client, phase.first, Qt::QueuedConnection, Q_ARG(int, phase.second));
+                }
+                QTRY_VERIFY_WITH_TIMEOUT(std::all_of(clients.begin(), clients.end(), [](Client *c) { return c->done.load(); }), 120000);
             }
-            QTRY_VERIFY_WITH_TIMEOUT(std::all_of(clients.begin(), clients.end(), [](Client *c) { return c->chaosDone.load(); }), 120000);
-
-            for (Client *client : clients)
-                QMetaObject::invokeMethod(client, "sendCalm", Qt::QueuedConnection, Q_ARG(int, calmRequests));
-            QTRY_VERIFY_WITH_TIMEOUT(std::all_of(clients.begin(), clients.end(), [](Client *c) { return c->calmSent.load(); }), 60000);
-
-            // Every fetcher sees every answer: all calm requests of all clients.
-            QList<AnswerKey> mustAnswer;
+            QStringList mustAnswer;
             for (Client *client : clients)
                 mustAnswer += client->mustAnswer();
-            for (Client *client : clients)
+            for (Client *client : clients) {
                 QTRY_VERIFY2_WITH_TIMEOUT(client->missing(mustAnswer) == 0,
-                                          qPrintable(QStringLiteral("%1 answers missing").arg(client->missing(mustAnswer))),
-                                          240000);
-            for (Client *client : clients)
+                                          qPrintable(QStringLiteral("%1 answers missing").arg(client->missing(mustAnswer))), 240000);
                 QVERIFY2(client->problems().isEmpty(), qPrintable(client->problems().join(QLatin1Char('\n'))));
-
-            qInfo() << "round" << round << ":" << mustAnswer.size() << "answers required, each seen by"
-                    << clients.size() << "fetchers; resident" << residentBytes() << "bytes; most cached" << mostCached;
+            }
+            qInfo() << "round" << round << ":" << mustAnswer.size() << "answers seen by each of" << clients.size()
+                    << "fetchers; resident" << residentBytes() << "bytes; most cached" << mostCached;
             if (round == 0)
                 firstRoundRss = residentBytes();
         }
-        cacheWatch.stop();
         QVERIFY2(mostCached <= 5, qPrintable(QString::number(mostCached)));
-
-        if (!kResidentSizeIsMeaningful)
-            return;
-        const qint64 lastRss = residentBytes();
-        QVERIFY(firstRoundRss > 0);
-        QVERIFY2(lastRss <= firstRoundRss + firstRoundRss / 10,
-                 qPrintable(QStringLiteral("resident %1 after the first round, %2 at the end").arg(firstRoundRss).arg(lastRss)));
-
+        // Sanitizers hold freed memory back or shadow it: there the leak check takes over.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+        QVERIFY2(residentBytes() <= firstRoundRss + firstRoundRss / 10,
+                 qPrintable(QStringLiteral("resident %1 after the first round, %2 at the end").arg(firstRoundRss).arg(residentBytes())));
+#else
+        Q_UNUSED(firstRoundRss)
+#endif
     }
 };
 

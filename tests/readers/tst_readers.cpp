@@ -1,0 +1,422 @@
+#include "LogCapture.h"
+#include "ReaderTestKit.h"
+#include "TestMedia.h"
+
+#include "VeloranDec/AudioSource.h"
+#include "VeloranDec/FFAudioStreamReader.h"
+#include "VeloranDec/FFVideoStreamReader.h"
+#include "VeloranDec/IAudioFrame.h"
+#include "VeloranDec/IVideoFrame.h"
+#include "VeloranDec/VideoSource.h"
+
+#include <QThread>
+#include <QtTest>
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+
+using namespace Veloran;
+using namespace ReaderTestKit;
+
+namespace {
+
+const QVector<AVPixelFormat> kThumbFormats {AV_PIX_FMT_RGB24, AV_PIX_FMT_RGBA};
+
+int numberOf(const QSharedPointer<IVideoFrame> &frame)
+{
+    return frame ? frameNumber(frame->getRawFrame().data()) : -1;
+}
+
+// Seeks accurately to each time: the frame on screen then must come back, by its
+// burned-in number and by its time.
+void checkAccurateSeeks(FFVideoStreamReader &reader, const QVector<long long> &times, const QVector<long long> &targets)
+{
+    for (long long t : targets) {
+        const AVFramePtr frame = reader.seekAndReadNextFrame(t, true);
+        QVERIFY2(frame, qPrintable(QString("no frame at %1").arg(t)));
+        const int expected = frameShownAt(times, t);
+        QVERIFY2(frameNumber(frame.data()) == expected,
+                 qPrintable(QString("at %1 ms got frame %2, expected %3").arg(t).arg(frameNumber(frame.data())).arg(expected)));
+        QCOMPARE(frame->pts, times[expected]);
+    }
+}
+
+} // namespace
+
+// The stream readers (frames at their times) and the sources (converted frames).
+class TestReaders : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void readsEveryFrameInOrder()
+    {
+        const QVector<long long> times = frameTimesMs("readers-gop50.mp4.v.txt");
+        QCOMPARE(times.size(), 250);
+        FFVideoStreamReader reader;
+        QVERIFY(reader.openStream(TestMedia::path("readers-gop50.mp4"), AVMEDIA_TYPE_VIDEO, -1));
+        QCOMPARE(reader.frameIntervalsMs(), 40LL);
+        for (int i = 0; i < times.size(); ++i) {
+            const AVFramePtr frame = reader.readNextFrame();
+            QVERIFY(frame);
+            QCOMPARE(frameNumber(frame.data()), i);
+            QCOMPARE(frame->pts, times[i]);
+        }
+        QVERIFY(!reader.readNextFrame());
+        // A seek after the end of the stream starts decoding again.
+        QCOMPARE(frameNumber(reader.seekAndReadNextFrame(0, true).data()), 0);
+        // An inaccurate seek gives the keyframe it lands on.
+        for (long long t : {100LL, 2500LL, 5990LL}) {
+            const AVFramePtr frame = reader.seekAndReadNextFrame(t, false);
+            QVERIFY(frame);
+            QCOMPARE(frameNumber(frame.data()), int(t / 2000 * 50));
+        }
+    }
+
+    void accurateSeekFindsTheFrameShown_data()
+    {
+        QTest::addColumn<QString>("media");
+        QTest::addColumn<int>("every");
+        QTest::newRow("keyframe every 2 s, B-frames") << "readers-gop50.mp4" << 1;
+        QTest::newRow("one keyframe in 10 s") << "readers-longgop.mp4" << 7;
+        QTest::newRow("29.97 fps") << "readers-ntsc.mp4" << 1;
+    }
+
+    void accurateSeekFindsTheFrameShown()
+    {
+        QFETCH(QString, media);
+        QFETCH(int, every);
+        const QVector<long long> times = frameTimesMs(media + ".v.txt");
+        QVERIFY(times.size() > 100);
+        FFVideoStreamReader reader;
+        QVERIFY(reader.openStream(TestMedia::path(media), AVMEDIA_TYPE_VIDEO, -1));
+        // On a frame's first millisecond, inside it, and on its last (just before the
+        // next frame, and so just before each keyframe).
+        const long long interval = reader.frameIntervalsMs();
+        QVector<long long> targets;
+        for (int i = 0; i < times.size(); i += every)
+            targets << times[i] << times[i] + interval / 2 << times[i] + interval - 1;
+        checkAccurateSeeks(reader, times, targets);
+        // Backwards and far jumps; past the end the last frame stays on screen.
+        checkAccurateSeeks(reader, times, {times.last() - 1, 1, times[times.size() / 2] + 3, 0, times.last() + 5000});
+    }
+
+    void timesCountFromTheFirstAudioSample_data()
+    {
+        QTest::addColumn<QString>("media");
+        QTest::addColumn<bool>("seekable");
+        QTest::newRow("audio 1.5 s after the video") << "readers-late.mkv" << true;
+        QTest::newRow("container clock from 1.4 s") << "readers-offset.mkv" << true;
+        // A transport stream is searched by timestamp and lands between keyframes.
+        QTest::newRow("transport stream") << "readers-offset.ts" << false;
+    }
+
+    void timesCountFromTheFirstAudioSample()
+    {
+        QFETCH(QString, media);
+        QFETCH(bool, seekable);
+        const QVector<long long> audioTimes = frameTimesMs(media + ".a.txt");
+        QVERIFY(!audioTimes.isEmpty() && audioTimes.first() > 1000);
+        FFAudioStreamReader audio;
+        QVERIFY(audio.openStream(TestMedia::path(media), AVMEDIA_TYPE_AUDIO, -1));
+        QCOMPARE(audio.startTimeMs(), audioTimes.first());
+        const AVFramePtr firstSamples = audio.readNextFrame();
+        QVERIFY(firstSamples);
+        QCOMPARE(firstSamples->pts, 0LL);
+
+        // Video times shift back by the same amount, clamped at 0.
+        const QVector<long long> times = shifted(frameTimesMs(media + ".v.txt"), audioTimes.first());
+        QCOMPARE(times.size(), 100);
+        FFVideoStreamReader reader;
+        QVERIFY(reader.openStream(TestMedia::path(media), AVMEDIA_TYPE_VIDEO, -1));
+        QCOMPARE(reader.startTimeMs(), audioTimes.first());
+        for (int i = 0; i < times.size(); ++i) {
+            const AVFramePtr frame = reader.readNextFrame();
+            QVERIFY(frame);
+            QCOMPARE(frameNumber(frame.data()), i);
+            QCOMPARE(frame->pts, times[i]);
+        }
+        if (seekable)
+            checkAccurateSeeks(reader, times, {40, 1015, 2222, 500, 2479});
+    }
+
+    void framesWithoutTimestampsGetPredictedTimes()
+    {
+        // An elementary stream: each frame gets the previous time plus one interval.
+        FFVideoStreamReader reader;
+        QVERIFY(reader.openStream(TestMedia::path("readers-raw.h264"), AVMEDIA_TYPE_VIDEO, -1));
+        for (int i = 0; i < 50; ++i) {
+            const AVFramePtr frame = reader.readNextFrame();
+            QVERIFY(frame);
+            QCOMPARE(frameNumber(frame.data()), i);
+            QCOMPARE(frame->pts, 40LL * i);
+        }
+    }
+
+    void revertReadsTheFramesBeforeATime()
+    {
+        FFVideoStreamReader reader;
+        QVERIFY(reader.openStream(TestMedia::path("readers-gop50.mp4"), AVMEDIA_TYPE_VIDEO, -1));
+        // ms -> the last frame of the run, which starts at a keyframe.
+        for (const auto &c : QList<QPair<long long, int>> {{1010, 25}, {2041, 51}, {7990, 199}}) {
+            const QVector<AVFramePtr> frames = reader.revertSeekAndReadFrame(c.first, 0);
+            QVERIFY(!frames.isEmpty());
+            const int first = frameNumber(frames.first().data());
+            QCOMPARE(first % 50, 0);
+            for (int i = 0; i < frames.size(); ++i)
+                QCOMPARE(frameNumber(frames[i].data()), first + i);
+            QCOMPARE(frameNumber(frames.last().data()), c.second);
+        }
+        // On a keyframe's time the boundary steps back to an earlier keyframe.
+        const QVector<AVFramePtr> atKeyframe = reader.revertSeekAndReadFrame(2000, 0);
+        QVERIFY(!atKeyframe.isEmpty() && atKeyframe.last()->pts < 2000);
+        QCOMPARE(frameNumber(atKeyframe.first().data()), 0);
+        QVERIFY(reader.revertSeekAndReadFrame(0, 0).isEmpty());
+        QCOMPARE(frameNumber(reader.seekAndReadNextFrame(4000, true).data()), 100);
+
+        // The source gives them nearest first, converted, and keeps its current frame.
+        VideoSource source;
+        QVERIFY(source.openVideo(TestMedia::path("readers-gop50.mp4"), kThumbFormats, 80));
+        const QSharedPointer<IVideoFrame> current = source.seekAndReadNextAdaptFrame(6000, true);
+        const QVector<QSharedPointer<IVideoFrame>> frames = source.revertSeekAndReadNextAdaptFrame(1010, 0);
+        QCOMPARE(frames.size(), 26);
+        for (int i = 0; i < frames.size(); ++i) {
+            QCOMPARE(numberOf(frames[i]), 25 - i);
+            QCOMPARE(frames[i]->frameSize(), QSize(80, 16));
+        }
+        QCOMPARE(source.currentAdaptFrame(), current);
+    }
+
+    void audioSeeksFindTheFrameCoveringTheTime_data()
+    {
+        QTest::addColumn<QString>("media");
+        QTest::addColumn<long long>("interval");
+        QTest::newRow("AAC 48 kHz") << "sample.mp4" << 21LL;
+        QTest::newRow("AAC 44.1 kHz") << "readers-mono44.m4a" << 23LL;
+        QTest::newRow("AC-3, no frame size in Matroska") << "readers-surround.mka" << 40LL;
+        QTest::newRow("PCM, no frame size") << "sine.wav" << 40LL;
+    }
+
+    void audioSeeksFindTheFrameCoveringTheTime()
+    {
+        QFETCH(QString, media);
+        QFETCH(long long, interval);
+        FFAudioStreamReader reader;
+        QVERIFY(reader.openStream(TestMedia::path(media), AVMEDIA_TYPE_AUDIO, -1));
+        QCOMPARE(reader.frameIntervalsMs(), interval);
+        for (long long t : {1000LL, 250LL, 1500LL, 777LL}) {
+            const AVFramePtr frame = reader.seekAndReadNextFrame(t, true);
+            QVERIFY(frame);
+            const long long length = frame->nb_samples * 1000LL / frame->sample_rate;
+            QVERIFY2(frame->pts <= t && t <= frame->pts + length + 1,
+                     qPrintable(QString("at %1: frame %2 + %3").arg(t).arg(frame->pts).arg(length)));
+        }
+    }
+
+    void audioBecomesTheRequestedFormat_data()
+    {
+        QTest::addColumn<QString>("media");
+        QTest::addColumn<int>("format");
+        QTest::addColumn<int>("channels");
+        QTest::addColumn<int>("rate");
+        QTest::newRow("mono 44.1k to u8 mono 48k") << "readers-mono44.m4a" << int(AV_SAMPLE_FMT_U8) << 1 << 48000;
+        QTest::newRow("5.1 48k to s16 stereo 44.1k") << "readers-surround.mka" << int(AV_SAMPLE_FMT_S16) << 2 << 44100;
+        QTest::newRow("mono 44.1k to float planar 5.1") << "readers-mono44.m4a" << int(AV_SAMPLE_FMT_FLTP) << 6 << 48000;
+    }
+
+    void audioBecomesTheRequestedFormat()
+    {
+        QFETCH(QString, media);
+        QFETCH(int, format);
+        QFETCH(int, channels);
+        QFETCH(int, rate);
+        AudioSource source;
+        QVERIFY(source.open(TestMedia::path(media), AVSampleFormat(format), channels, -1, rate));
+        long long samples = 0;
+        long long lastPts = -1;
+        while (const QSharedPointer<IAudioFrame> frame = source.readNextAdaptFrame()) {
+            QCOMPARE(frame->format(), format);
+            QCOMPARE(frame->toAVFrame()->ch_layout.nb_channels, channels);
+            QCOMPARE(frame->sampleRate(), rate);
+            QVERIFY(frame->pts() > lastPts);
+            lastPts = frame->pts();
+            samples += frame->samples();
+        }
+        // The resampler keeps a few samples back; everything else comes out.
+        const long long expected = source.durationMs() * rate / 1000;
+        QVERIFY2(expected > 0 && qAbs(samples - expected) < rate / 20,
+                 qPrintable(QString("%1 samples, expected about %2").arg(samples).arg(expected)));
+
+        // After a seek: the frame covering the time, carrying the signal.
+        const QSharedPointer<IAudioFrame> frame = source.seekAndReadNextAdaptFrame(1000, true);
+        QVERIFY(frame && frame->pts() <= 1000 && frame->pts() > 1000 - 2 * source.frameInterval());
+        QCOMPARE(source.curPts(), frame->pts());
+        if (format == AV_SAMPLE_FMT_U8) {
+            const auto [low, high] = std::minmax_element(frame->data(0), frame->data(0) + frame->samples());
+            QVERIFY(*low < 128 && *high > 128); // a sine around the unsigned middle
+        }
+    }
+
+    void framesTheConverterRefusesAreSkipped()
+    {
+        // Nothing converts to an unknown output format: every frame is refused, and
+        // the read ends at the end of the stream instead of looping.
+        LogCapture log;
+        AudioSource source;
+        QVERIFY(source.open(TestMedia::path("sine.wav"), AV_SAMPLE_FMT_NONE, 1, -1, 48000));
+        QVERIFY(!source.readNextAdaptFrame());
+        QVERIFY(!source.seekAndReadNextAdaptFrame(500, true));
+        QVERIFY(source.revertSeekAndReadNextAdaptFrame(500, 0).isEmpty());
+        QVERIFY(log.hasRecord("no SwrContext...") || log.hasRecordStartingWith("create buffer"));
+    }
+
+    void videoIsConvertedAndScaledToTheOutputWidth()
+    {
+        VideoSource source;
+        QVERIFY(source.openVideo(TestMedia::path("readers-gop50.mp4"), kThumbFormats, 80));
+        QVERIFY(source.isVideoAvailable() && !source.isCover());
+        for (long long t : {4010LL, 1990LL, 0LL, 9999LL}) {
+            const QSharedPointer<IVideoFrame> frame = source.seekAndReadNextAdaptFrame(t, true);
+            QVERIFY(frame);
+            QCOMPARE(frame->format(), int(AV_PIX_FMT_RGB24));
+            QCOMPARE(frame->frameSize(), QSize(80, 16));
+            QCOMPARE(numberOf(frame), int(t / 40));
+            QCOMPARE(source.curFramePts(), t / 40 * 40);
+        }
+        // A new width takes effect with the next frame; 0 keeps the source size.
+        source.resetOutputWidth(40);
+        QCOMPARE(source.seekAndReadNextAdaptFrame(4000, true)->frameSize(), QSize(40, 8));
+        source.resetOutputWidth(0);
+        QCOMPARE(source.seekAndReadNextAdaptFrame(2000, true)->frameSize(), QSize(160, 32));
+        // An accepted format at the source size passes unconverted.
+        VideoSource raw;
+        QVERIFY(raw.openVideo(TestMedia::path("readers-gop50.mp4"), {AV_PIX_FMT_YUV420P}, 0));
+        const QSharedPointer<IVideoFrame> frame = raw.seekAndReadNextAdaptFrame(1000, true);
+        QCOMPARE(frame->format(), int(AV_PIX_FMT_YUV420P));
+        QCOMPARE(numberOf(frame), 25);
+    }
+
+    void videoGeometryRotationAlphaAndCovers()
+    {
+        // 1920 x 1080 turned by 90 degrees: the turned width is the requested one.
+        VideoSource rotated;
+        QVERIFY(rotated.openVideo(TestMedia::path("readers-rotated.mp4"), kThumbFormats, 320));
+        QCOMPARE(rotated.getRotation(), 90);
+        QCOMPARE(rotated.readNextAdaptFrame()->frameSize(), QSize(568, 320));
+        VideoSource upright;
+        QVERIFY(upright.openVideo(TestMedia::path("readers-wide.mp4"), kThumbFormats, 320));
+        QCOMPARE(upright.readNextAdaptFrame()->frameSize(), QSize(320, 180));
+        // Frames with alpha take the second format; libvpx keeps WebM's alpha channel.
+        VideoSource alpha;
+        QVERIFY(alpha.openVideo(TestMedia::path("readers-alpha.webm"), kThumbFormats, 64));
+        const QSharedPointer<IVideoFrame> rgba = alpha.readNextAdaptFrame();
+        QCOMPARE(rgba->format(), int(AV_PIX_FMT_RGBA));
+        const uint8_t *pixel = rgba->data(0) + 24 * rgba->lineSize(0) + 32 * 4;
+        QVERIFY2(pixel[3] > 100 && pixel[3] < 160, qPrintable(QString::number(pixel[3]))); // half transparent
+        QVERIFY(pixel[0] > 200 && pixel[1] < 60 && pixel[2] < 60); // red
+        // A cover picture is read, but is no available video.
+        VideoSource cover;
+        QVERIFY(cover.openVideo(TestMedia::path("readers-cover.mp3"), kThumbFormats, 32));
+        QVERIFY(cover.isCover() && !cover.isVideoAvailable());
+        QCOMPARE(cover.readNextAdaptFrame()->frameSize(), QSize(32, 32));
+    }
+
+    void badInputFailsCleanly_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<bool>("video");
+        QTest::addColumn<int>("nth");
+        QTest::newRow("missing") << TestMedia::path("readers-no-such-file.mp4") << true << -1;
+        QTest::newRow("empty path") << QString() << false << -1;
+        QTest::newRow("not media") << TestMedia::path("readers-garbage.mp4") << true << -1;
+        QTest::newRow("no video") << TestMedia::path("readers-mono44.m4a") << true << -1;
+        QTest::newRow("no audio") << TestMedia::path("readers-gop50.mp4") << false << -1;
+        QTest::newRow("second video stream") << TestMedia::path("readers-gop50.mp4") << true << 1;
+        QTest::newRow("second audio stream") << TestMedia::path("sample.mp4") << false << 1;
+    }
+
+    void badInputFailsCleanly()
+    {
+        QFETCH(QString, path);
+        QFETCH(bool, video);
+        QFETCH(int, nth);
+        // A good file first: the failed open must close it.
+        std::unique_ptr<FFStreamReader> reader(video ? static_cast<FFStreamReader *>(new FFVideoStreamReader)
+                                                     : new FFAudioStreamReader);
+        const AVMediaType type = video ? AVMEDIA_TYPE_VIDEO : AVMEDIA_TYPE_AUDIO;
+        QVERIFY(reader->openStream(TestMedia::path("sample.mp4"), type, -1));
+        QVERIFY(!reader->openStream(path, type, nth));
+        QCOMPARE(reader->streamIndex(), -1);
+        QVERIFY(!reader->readNextFrame());
+        QVERIFY(!reader->seekAndReadNextFrame(1000, true));
+        QCOMPARE(reader->durationMs() + reader->frameIntervalsMs(), 0LL);
+
+        // The sources drop their reader the same way (the video source takes the best stream).
+        VideoSource videoSource;
+        AudioSource audioSource;
+        QVERIFY(videoSource.openVideo(TestMedia::path("sample.mp4"), kThumbFormats, 80));
+        QVERIFY(audioSource.open(TestMedia::path("sample.mp4"), AV_SAMPLE_FMT_U8, 1, -1, 48000));
+        if (video && nth < 0) {
+            QVERIFY(!videoSource.openVideo(path, kThumbFormats, 80));
+            QVERIFY(!videoSource.readNextAdaptFrame() && videoSource.durationMs() == 0);
+        } else if (!video) {
+            QVERIFY(!audioSource.open(path, AV_SAMPLE_FMT_U8, 1, nth, 48000));
+            QVERIFY(!audioSource.seekAndReadNextAdaptFrame(1000, true) && audioSource.durationMs() == 0);
+        }
+        // Hardware decoding is not available here.
+        QVERIFY(!videoSource.openVideo_D3D(TestMedia::path("readers-gop50.mp4"), kThumbFormats, 80));
+        QVERIFY(!videoSource.readNextAdaptFrame());
+    }
+
+    void truncatedFileReadsWhatItHas()
+    {
+        VideoSource source;
+        QVERIFY(source.openVideo(TestMedia::path("readers-truncated.mp4"), kThumbFormats, 80));
+        int count = 0;
+        while (source.readNextAdaptFrame() && count < 1000)
+            ++count;
+        QVERIFY(count > 0 && count < 100);
+        QVERIFY(!source.seekAndReadNextAdaptFrame(3500, true) || source.curFramePts() < 3500);
+        source.revertSeekAndReadNextAdaptFrame(3500, 0);
+    }
+
+    // The sources, their readers and adapters assert in Debug builds that they are
+    // used on their own thread. Pickers leave them detached between runs and the pool
+    // thread that runs next takes them up: moving them must move all.
+    void sourcesMoveToWorkersAndBack()
+    {
+        VideoSource video;
+        AudioSource audio;
+        QVERIFY(video.openVideo(TestMedia::path("readers-gop50.mp4"), kThumbFormats, 80));
+        QVERIFY(audio.open(TestMedia::path("sample.mp4"), AV_SAMPLE_FMT_U8, 1, -1, 48000));
+        QCOMPARE(numberOf(video.seekAndReadNextAdaptFrame(400, true)), 10);
+        video.moveSelfToThread(nullptr);
+        audio.moveSelfToThread(nullptr);
+        int number = -1;
+        long long pts = -1;
+        std::atomic<bool> finished {false}; // the end as ThreadSanitizer sees it, unlike the wait inside Qt
+        std::unique_ptr<QThread> worker(QThread::create([&] {
+            video.moveSelfToThread(QThread::currentThread());
+            audio.moveSelfToThread(QThread::currentThread());
+            video.resetOutputWidth(40); // a new converter, made on the worker
+            number = numberOf(video.seekAndReadNextAdaptFrame(6000, true));
+            const QSharedPointer<IAudioFrame> samples = audio.seekAndReadNextAdaptFrame(1000, true);
+            pts = samples ? samples->pts() : -1;
+            video.moveSelfToThread(nullptr);
+            audio.moveSelfToThread(nullptr);
+            finished.store(true, std::memory_order_release);
+        }));
+        worker->start();
+        QVERIFY(worker->wait(60000) && finished.load(std::memory_order_acquire));
+        QCOMPARE(number, 150);
+        QVERIFY(pts > 1000 - 2 * audio.frameInterval() && pts <= 1000);
+        video.moveSelfToThread(QThread::currentThread());
+        audio.moveSelfToThread(QThread::currentThread());
+        QCOMPARE(video.readNextAdaptFrame()->frameSize(), QSize(40, 8));
+        QVERIFY(audio.readNextAdaptFrame());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestReaders)
+#include "tst_readers.moc"

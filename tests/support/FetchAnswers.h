@@ -1,0 +1,79 @@
+#pragma once
+
+#include "Projects/Fetcher/IAVFetcher.h"
+
+#include <QElapsedTimer>
+#include <QImage>
+#include <QMap>
+#include <QSignalSpy>
+
+// Makes one fetch request and waits for its answers, told apart from other requests'
+// by the id. The waits are bounded: what did not come in time is missing.
+namespace FetchAnswers {
+
+constexpr int kWaitMs = 60000;
+
+// The signals of `spy` carrying `id` (argument 0), until `enough` says so or time is up.
+template <typename Enough>
+QList<QList<QVariant>> collect(QSignalSpy &spy, qint64 id, Enough enough, int timeoutMs = kWaitMs)
+{
+    QList<QList<QVariant>> answers;
+    QElapsedTimer waited;
+    waited.start();
+    while (!enough(answers) && waited.elapsed() < timeoutMs) {
+        if (spy.isEmpty() && !spy.wait(1000))
+            continue;
+        const QList<QVariant> signal = spy.takeFirst();
+        if (signal.at(0).toLongLong() == id)
+            answers.append(signal);
+    }
+    return answers;
+}
+
+// The thumbnails of one fetchVideo call (seek flag on), by time.
+inline QMap<qint64, QImage> thumbnails(Veloran::IAVFetcher *fetcher, const QString &file, const QVector<qint64> &times,
+                                       int width, int timeoutMs = kWaitMs)
+{
+    QSignalSpy spy(fetcher, &Veloran::IAVFetcher::videoThumb);
+    const qint64 id = fetcher->fetchVideo(file, times, width, true, false);
+    QMap<qint64, QImage> images;
+    const auto answers = collect(spy, id, [&](const QList<QList<QVariant>> &a) { return a.size() >= times.size(); }, timeoutMs);
+    for (const QList<QVariant> &signal : answers)
+        images.insert(signal.at(2).toLongLong(), signal.at(4).value<QImage>());
+    return images;
+}
+
+// The audioSample signals of one fetchAudio call, in order, until `count` pieces came
+// or a failure answer (no values where some were wanted).
+inline QList<QList<QVariant>> peaks(Veloran::IAVFetcher *fetcher, const QString &file, qint64 begin, qint64 length,
+                                    int sampleCount, int count)
+{
+    QSignalSpy spy(fetcher, &Veloran::IAVFetcher::audioSample);
+    const qint64 id = fetcher->fetchAudio(file, begin, length, sampleCount, count, false);
+    return collect(spy, id, [&](const QList<QList<QVariant>> &a) {
+        return a.size() >= count
+            || (!a.isEmpty() && a.last().at(4).toInt() > 0 && a.last().at(7).value<QList<uint8_t>>().isEmpty());
+    });
+}
+
+// The values of all pieces, in order.
+inline QList<uint8_t> values(const QList<QList<QVariant>> &pieces)
+{
+    QList<uint8_t> all;
+    for (const QList<QVariant> &signal : pieces)
+        all += signal.at(7).value<QList<uint8_t>>();
+    return all;
+}
+
+// The success flag of one fetchFreezeFrame call: "true"/"false", or "no answer".
+inline QString freezeFrame(Veloran::IAVFetcher *fetcher, const QString &file, const QString &savePath, qint64 time)
+{
+    QSignalSpy spy(fetcher, &Veloran::IAVFetcher::videoFreeze);
+    const qint64 id = fetcher->fetchFreezeFrame(file, savePath, time, true, false);
+    const auto answers = collect(spy, id, [](const QList<QList<QVariant>> &a) { return !a.isEmpty(); });
+    if (answers.isEmpty())
+        return QStringLiteral("no answer");
+    return answers.first().at(5).toBool() ? QStringLiteral("true") : QStringLiteral("false");
+}
+
+} // namespace FetchAnswers
