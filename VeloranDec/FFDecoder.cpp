@@ -82,15 +82,8 @@ bool FFDecoder::open(const AVStream *stream, int threads)
     const AVCodecParameters *par = stream->codecpar;
 
     const AVCodec *decoder = chooseDecoder(par->codec_id);
-    if (!decoder) {
-        VR_LOG << "---player--- avcodec_find_decoder failed";
+    if (!newContext(decoder))
         return false;
-    }
-    AVCodecContextPtr context = makeAVCodecContextPtr(avcodec_alloc_context3(decoder));
-    if (!context)
-        return false;
-    mCodecCtx = context;
-    limitFrameSizes(mCodecCtx.data());
 
     if (threads >= 0)
         mCodecCtx->thread_count = threads;
@@ -104,6 +97,20 @@ bool FFDecoder::open(const AVStream *stream, int threads)
     if (par->codec_type == AVMEDIA_TYPE_VIDEO)
         mCodecCtx->time_base = stream->time_base;
     return opened;
+}
+
+bool FFDecoder::newContext(const AVCodec *decoder)
+{
+    if (!decoder) {
+        VR_LOG << "---player--- avcodec_find_decoder failed";
+        return false;
+    }
+    AVCodecContextPtr context = makeAVCodecContextPtr(avcodec_alloc_context3(decoder));
+    if (!context)
+        return false;
+    mCodecCtx = context;
+    limitFrameSizes(mCodecCtx.data());
+    return true;
 }
 
 bool FFDecoder::openContext(const AVCodec *decoder, const AVCodecParameters *parameters)
@@ -243,17 +250,10 @@ bool FFDecoder::openSubCodecAgain(const char *charset, int mode)
         return false;
     if (avcodec_parameters_from_context(parameters.data(), mCodecCtx.data()) < 0)
         return false;
-    const AVCodec *decoder = avcodec_find_decoder(parameters->codec_id);
-    if (!decoder) {
-        VR_LOG << "---player--- avcodec_find_decoder failed";
-        return false;
-    }
-    AVCodecContextPtr context = makeAVCodecContextPtr(avcodec_alloc_context3(decoder));
-    if (!context)
-        return false;
     const AVRational timeBase = mCodecCtx->time_base;
-    mCodecCtx = context;
-    limitFrameSizes(mCodecCtx.data());
+    const AVCodec *decoder = avcodec_find_decoder(parameters->codec_id);
+    if (!newContext(decoder))
+        return false;
     mCodecCtx->thread_count = defaultThreadCount();
     prepareSubtitleContext(mCodecCtx.data(), timeBase, charset, mode);
     return openContext(decoder, parameters.data());

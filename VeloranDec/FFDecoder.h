@@ -50,6 +50,9 @@ public:
     bool openSubCodecAgain(const char *charset, int mode);
 
 private:
+    // Replaces the context with a fresh one for this decoder, within the size
+    // limits; false (context kept) without a decoder or memory.
+    bool newContext(const AVCodec *decoder);
     // Copies the parameters into the context and opens it; true when opened.
     bool openContext(const AVCodec *decoder, const AVCodecParameters *parameters);
     bool decodeSubtitleOnce(const AVPacketPtr &pkt, AVSubtitle *sub, int *result);

@@ -190,9 +190,9 @@ AVFramePtr FFStreamReader::seekAndReadNextFrame(long long ms, bool accurate)
     // interval before the target.
     AVFramePtr held;
     AVFramePtr frame;
-    if (accurate && canReadOnTo(ms)) {
-        held = std::move(mShownFrame);
-        frame = std::move(mFrameAfterShown);
+    if (accurate && canReadOnTo(ms, interval)) {
+        held = mShownFrame;
+        frame = mFrameAfterShown;
         remember({}, {});
     } else {
         // The frame at a time within the first frame is the first frame: seek to
@@ -233,9 +233,8 @@ AVFramePtr FFStreamReader::seekAndReadNextFrame(long long ms, bool accurate)
     }
 }
 
-bool FFStreamReader::canReadOnTo(long long ms)
+bool FFStreamReader::canReadOnTo(long long ms, long long interval)
 {
-    const long long interval = getStream() ? frameIntervalsMs() : 0;
     return mShownFrame && mShownFrame->pts == mShownPtsMs && interval > 0 && mShownPtsMs <= ms - interval
            && readingOnIsCheaper(mShownPtsMs, ms);
 }

@@ -132,7 +132,7 @@ private:
     AVFramePtr takeFirstFrame();
     AVFramePtr decodeNextFrame();
     AVFramePtr decodeNextFrameMs();
-    bool canReadOnTo(long long ms);
+    bool canReadOnTo(long long ms, long long interval);
     AVFramePtr remember(AVFramePtr shown, AVFramePtr next);
 
     // Decoded frames not handed out yet, oldest first.

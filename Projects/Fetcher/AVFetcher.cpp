@@ -9,6 +9,17 @@ namespace Veloran {
 
 namespace {
 qint64 gsRequestNumber = 0;
+
+VideoThumbRequest videoRequest(qint64 id, const QString &filePath, qint64 time, int width, bool seekFlag)
+{
+    VideoThumbRequest request;
+    request.id = id;
+    request.filePath = filePath;
+    request.time = time;
+    request.width = width;
+    request.seekFlag = seekFlag;
+    return request;
+}
 } // namespace
 
 qint64 genRequestID()
@@ -32,13 +43,8 @@ AVFetcher::AVFetcher()
 qint64 AVFetcher::fetchFreezeFrame(const QString &filePath, const QString &savePath, qint64 time, bool seekFlag,
                                    bool priority)
 {
-    VideoThumbRequest request;
-    request.id = genRequestID();
-    request.filePath = filePath;
+    VideoThumbRequest request = videoRequest(genRequestID(), filePath, time, 0, seekFlag);
     request.savePath = savePath;
-    request.time = time;
-    request.width = 0;
-    request.seekFlag = seekFlag;
     AVPickerManager::sharedInstance()->requestVideo(request, priority);
     return request.id;
 }
@@ -49,15 +55,8 @@ qint64 AVFetcher::fetchVideo(const QString &filePath, const QVector<qint64> &tim
     const qint64 id = genRequestID();
     QList<VideoThumbRequest> list;
     list.reserve(times.size());
-    for (qint64 time : times) {
-        VideoThumbRequest request;
-        request.id = id;
-        request.filePath = filePath;
-        request.time = time;
-        request.width = width;
-        request.seekFlag = seekFlag;
-        list.append(request);
-    }
+    for (qint64 time : times)
+        list.append(videoRequest(id, filePath, time, width, seekFlag));
     // Queued directly as one block: the manager takes it under one lock, so no helper
     // thread is needed for the call to return only once everything is queued.
     AVPickerManager::sharedInstance()->requestVideoList(std::move(list), priority);
