@@ -84,6 +84,13 @@ SwrContextPtr makeSwrContextPtr(SwrContext *context)
     return SwrContextPtr(context, [](SwrContext *c) { swr_free(&c); });
 }
 
+AVFilterGraphPtr makeAVFilterGraphPtr(AVFilterGraph *graph)
+{
+    if (!graph)
+        return {};
+    return AVFilterGraphPtr(graph, [](AVFilterGraph *g) { avfilter_graph_free(&g); });
+}
+
 int openInputContext(AVFormatContextPtr &out, const char *url, AVIOContext *customIO, const AVIOInterruptCB *interrupt)
 {
     out.reset();

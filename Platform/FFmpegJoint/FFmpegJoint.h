@@ -6,6 +6,7 @@
 
 extern "C" {
 #include <libavcodec/avcodec.h>
+#include <libavfilter/avfilter.h>
 #include <libavformat/avformat.h>
 #include <libavutil/frame.h>
 #include <libswresample/swresample.h>
@@ -27,6 +28,7 @@ using AVCodecParametersPtr = QSharedPointer<AVCodecParameters>; ///< made by mak
 using AVIOContextPtr = QSharedPointer<AVIOContext>;             ///< made by makeAVIOContextPtr()
 using SwsContextPtr = QSharedPointer<SwsContext>;               ///< made by makeSwsContextPtr()
 using SwrContextPtr = QSharedPointer<SwrContext>;               ///< made by makeSwrContextPtr()
+using AVFilterGraphPtr = QSharedPointer<AVFilterGraph>;         ///< made by makeAVFilterGraphPtr()
 
 /// Owns `frame`; freed with av_frame_free.
 FFJOINT_EXPORT AVFramePtr makeAVFramePtr(AVFrame *frame);
@@ -46,6 +48,8 @@ FFJOINT_EXPORT AVIOContextPtr makeAVIOContextPtr(AVIOContext *context);
 FFJOINT_EXPORT SwsContextPtr makeSwsContextPtr(SwsContext *context);
 /// Owns `context`; freed with swr_free.
 FFJOINT_EXPORT SwrContextPtr makeSwrContextPtr(SwrContext *context);
+/// Owns `graph` and the filters in it; freed with avfilter_graph_free.
+FFJOINT_EXPORT AVFilterGraphPtr makeAVFilterGraphPtr(AVFilterGraph *graph);
 
 /// Opens an input the way avformat_open_input does, without its trap for owners:
 /// FFmpeg frees a caller-allocated context when opening fails. On success `out`

@@ -1,11 +1,27 @@
 #include "FFVideoAdapter.h"
 
 #include "VeloranBaseEntry.h"
+#include "VeloranDec/Adapter/FFToneMapper.h"
+
+extern "C" {
+#include <libavutil/pixdesc.h>
+}
 
 namespace Veloran {
 
+namespace {
+
+bool isRgb(AVPixelFormat format)
+{
+    const AVPixFmtDescriptor *descriptor = av_pix_fmt_desc_get(format);
+    return descriptor && (descriptor->flags & AV_PIX_FMT_FLAG_RGB);
+}
+
+} // namespace
+
 FFVideoAdapter::FFVideoAdapter(QObject *parent)
     : BasicObject(parent)
+    , mToneMapper(new FFToneMapper)
 {
 }
 
@@ -28,6 +44,10 @@ bool FFVideoAdapter::setupContext(int srcW, int srcH, AVPixelFormat srcFormat, i
         VR_LOG << "create sws_getContext failed";
         return false;
     }
+    // The colour of the frames is applied when the first of them comes.
+    mColourApplied = false;
+    mToneMapping = false;
+    mToneMapper->reset();
 
     mInWidth = srcW;
     mInHeight = srcH;
@@ -61,20 +81,26 @@ AVFramePtr FFVideoAdapter::adapt(const AVFramePtr &frame)
         return {};
     }
 
+    const FFColourDescription colour(*frame);
+    if ((!mColourApplied || colour != mColour) && !applyColour(colour))
+        return {};
+
     AVFramePtr out = makeAVFramePtr(av_frame_alloc());
     if (!out)
         return {};
-    out->format = mOutFormat;
-    out->width = mOutWidth;
-    out->height = mOutHeight;
     // Without a picture buffer there is nothing to scale into; the frame goes back
     // without timestamps, like one whose scale failed.
-    if (av_frame_get_buffer(out.data(), mOutFormat == AV_PIX_FMT_RGB24 ? 16 : 4) < 0)
-        return out;
-
-    const int result = sws_scale(mSwsContext.data(), frame->data, frame->linesize, 0, frame->height, out->data,
-                                 out->linesize);
-    if (result >= 0) {
+    const bool scaled = scaleInto(*frame, *out, mToneMapping ? FFToneMapper::inputFormat() : mOutFormat);
+    if (scaled && mToneMapping) {
+        av_frame_copy_props(out.data(), frame.data()); // light level metadata inform the tone curve
+        mColour.tag(*out);
+        out = mToneMapper->map(out);
+        if (!out) {
+            mColourApplied = false; // made anew for the next frame
+            return {};
+        }
+    }
+    if (scaled) {
         out->pts = frame->pts;
         out->pkt_dts = frame->pkt_dts;
         out->best_effort_timestamp = frame->pts;
@@ -82,6 +108,36 @@ AVFramePtr FFVideoAdapter::adapt(const AVFramePtr &frame)
         out->sample_aspect_ratio = frame->sample_aspect_ratio;
     }
     return out;
+}
+
+bool FFVideoAdapter::scaleInto(const AVFrame &frame, AVFrame &out, AVPixelFormat format)
+{
+    out.format = format;
+    out.width = mOutWidth;
+    out.height = mOutHeight;
+    if (av_frame_get_buffer(&out, format == AV_PIX_FMT_RGB24 ? 16 : 4) < 0)
+        return false;
+    return sws_scale(mSwsContext.data(), frame.data, frame.linesize, 0, frame.height, out.data, out.linesize) >= 0;
+}
+
+bool FFVideoAdapter::applyColour(const FFColourDescription &colour)
+{
+    const bool toneMapping = colour.isHdr() && isRgb(mOutFormat);
+    if (toneMapping != mToneMapping) {
+        // HDR pictures are scaled to 16-bit YUV for the tone mapper, others straight
+        // to the output format. Without a scaler the next frame sets up a new one.
+        mSwsContext = makeSwsContextPtr(sws_getContext(mInWidth, mInHeight, mInFormat, mOutWidth, mOutHeight,
+                                                       toneMapping ? FFToneMapper::inputFormat() : mOutFormat,
+                                                       SWS_BILINEAR, nullptr, nullptr, nullptr));
+        mToneMapping = toneMapping;
+    }
+    mToneMapper->reset();
+    if (!mSwsContext || (toneMapping && !mToneMapper->setup(mOutWidth, mOutHeight, mOutFormat)))
+        return false;
+    colour.applyTo(mSwsContext.data(), toneMapping);
+    mColour = colour;
+    mColourApplied = true;
+    return true;
 }
 
 void FFVideoAdapter::setOutFormat(AVPixelFormat format)

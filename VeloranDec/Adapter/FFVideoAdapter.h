@@ -2,12 +2,23 @@
 
 #include "Common/BasicObject.h"
 #include "FFmpegJoint.h"
+#include "VeloranDec/Adapter/FFColourDescription.h"
 #include "vrfetcher_export.h"
+
+#include <memory>
 
 namespace Veloran {
 
+class FFToneMapper;
+
 /// Converts decoded video frames to one output pixel format and size with swscale.
 /// A source whose size or format changes gets a new scaler at its own size.
+///
+/// YUV frames are read with their own matrix and range (FFColourDescription, with
+/// the players' fallbacks for untagged video); RGB and palette frames are converted
+/// as they are. HDR frames (PQ or HLG) going to an RGB format are scaled first, at
+/// 16 bits, and then tone-mapped to SDR BT.709 (FFToneMapper), so a small output
+/// costs little whatever the source size.
 ///
 /// Used from the thread it lives in (Debug builds abort otherwise; see BasicObject).
 /// Failures are logged and give false or a null frame; nothing throws.
@@ -40,6 +51,13 @@ public:
     int outWidth() const { return mOutWidth; }             ///< output width of the current scaler
 
 private:
+    // Makes the scaler read this colour description, with the tone mapper behind it
+    // for HDR; false when either cannot be made.
+    bool applyColour(const FFColourDescription &colour);
+    // Allocates `out` at the output size in `format` and scales into it; false when
+    // there is no buffer or the scale failed.
+    bool scaleInto(const AVFrame &frame, AVFrame &out, AVPixelFormat format);
+
     int mInWidth = 0;
     int mInHeight = 0;
     int mOutWidth = 0;
@@ -47,6 +65,10 @@ private:
     AVPixelFormat mInFormat = AV_PIX_FMT_NONE;
     AVPixelFormat mOutFormat = AV_PIX_FMT_NONE;
     SwsContextPtr mSwsContext;
+    FFColourDescription mColour;   // what the scaler reads, once mColourApplied
+    bool mColourApplied = false;
+    bool mToneMapping = false;     // the scaler feeds the tone mapper
+    std::unique_ptr<FFToneMapper> mToneMapper;
 };
 
 } // namespace Veloran

@@ -1,10 +1,13 @@
+#include "FetchAnswers.h"
 #include "LogCapture.h"
+#include "TestMedia.h"
 
 #include "Model/NLMapNode.h"
 #include "VeloranDec/Adapter/FFAudioAdapter.h"
 #include "VeloranDec/Adapter/FFVideoAdapter.h"
 #include "VeloranDec/AudioFrame.h"
 #include "VeloranDec/VideoFrame.h"
+#include "VeloranDec/VideoSource.h"
 
 #include <QtTest>
 
@@ -76,6 +79,79 @@ bool allPixels(const AVFramePtr &frame, int bytesPerPixel, const QVector<int> &e
     return true;
 }
 
+// The first frame of a generated clip as the thumbnail picker gets it: RGB, `width`
+// wide (0 keeps the size).
+QImage firstPicture(const QString &clip, int width)
+{
+    VideoSource source;
+    if (!source.openVideo(TestMedia::path(clip), {AV_PIX_FMT_RGB24, AV_PIX_FMT_RGBA}, width))
+        return {};
+    const QSharedPointer<IVideoFrame> frame = source.seekAndReadNextAdaptFrame(0, true);
+    if (!frame || frame->format() != AV_PIX_FMT_RGB24)
+        return {};
+    const QSize size = frame->frameSize();
+    return QImage(frame->data(0), size.width(), size.height(), frame->lineSize(0), QImage::Format_RGB888).copy();
+}
+
+struct Difference
+{
+    double mean = 255; // mean absolute difference per channel
+    double share = 1;  // share of pixels with a channel off by more than 8
+};
+
+Difference difference(const QImage &image, const QImage &reference)
+{
+    if (image.isNull() || image.size() != reference.size())
+        return {};
+    const QImage a = image.convertToFormat(QImage::Format_RGB888);
+    const QImage b = reference.convertToFormat(QImage::Format_RGB888);
+    qint64 sum = 0, off = 0;
+    for (int row = 0; row < a.height(); ++row) {
+        for (int col = 0; col < a.width() * 3; col += 3) {
+            int worst = 0;
+            for (int c = 0; c < 3; ++c) {
+                const int d = qAbs(a.constScanLine(row)[col + c] - b.constScanLine(row)[col + c]);
+                sum += d;
+                worst = qMax(worst, d);
+            }
+            off += worst > 8;
+        }
+    }
+    const double pixels = double(a.width()) * a.height();
+    return {sum / (3 * pixels), off / pixels};
+}
+
+// Mean chroma: the spread between the largest and smallest channel, per pixel.
+double saturation(const QImage &image)
+{
+    const QImage a = image.convertToFormat(QImage::Format_RGB888);
+    qint64 sum = 0;
+    for (int row = 0; row < a.height(); ++row)
+        for (const uchar *p = a.constScanLine(row); p < a.constScanLine(row) + a.width() * 3; p += 3)
+            sum += qMax(qMax(p[0], p[1]), p[2]) - qMin(qMin(p[0], p[1]), p[2]);
+    return double(sum) / (double(a.width()) * a.height());
+}
+
+// The picture matches ffmpeg's conversion of the clip's first frame (<clip>.png) up to
+// rounding.
+void compareWithReference(const QImage &picture, const QString &clip)
+{
+    const Difference d = difference(picture, QImage(TestMedia::path(clip + ".png")));
+    QVERIFY2(d.mean < 0.5 && d.share < 0.01, qPrintable(QStringLiteral("mean %1 share %2").arg(d.mean).arg(d.share)));
+}
+
+// An HDR picture tone-mapped to SDR looks like the SDR picture it was made from: close
+// on average and as colourful (shown as plain SDR it would be grey and washed out).
+void compareWithSdrSource(const QImage &picture)
+{
+    const QImage source = QImage(TestMedia::path("hdr-source.png"))
+                              .scaled(picture.size(), Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    const double mean = difference(picture, source).mean;
+    QVERIFY2(mean < 15, qPrintable(QString::number(mean)));
+    QVERIFY2(saturation(picture) > 0.85 * saturation(source),
+             qPrintable(QStringLiteral("%1 of %2").arg(saturation(picture)).arg(saturation(source))));
+}
+
 // The crop a clip from 1000 ms, 2000 ms of source at `speed`, gives a frame at `timeMs`.
 QString cropAt(const QString &begin, const QString &end, long long timeMs, double speed)
 {
@@ -142,6 +218,55 @@ private Q_SLOTS:
         capture.clear();
         QVERIFY(!adapter.adapt(broken));
         QCOMPARE(capture.recordTexts(), QStringList("FFVideoAdapter error param: 0,48,0,2"));
+    }
+
+    // Each clip's first frame matches ffmpeg's conversion with the matrix and range
+    // named explicitly (see tests/frames/CMakeLists.txt).
+    void sourcesReadTheStreamsOwnColour_data()
+    {
+        QTest::addColumn<QString>("clip");
+        QTest::newRow("BT.601 tag at HD size") << "colour-601-hd.mp4";
+        QTest::newRow("BT.709 tag at SD size") << "colour-709.mp4";
+        QTest::newRow("full range, yuvj420p") << "colour-709-full.mp4";
+        QTest::newRow("MJPEG") << "colour-jpeg.avi";
+        QTest::newRow("10 bits, full range") << "colour-709-full-10bit.mkv";
+        QTest::newRow("untagged HD is BT.709") << "colour-untagged-hd.mp4";
+        QTest::newRow("untagged SD is BT.601") << "colour-untagged-sd.mp4";
+    }
+
+    void sourcesReadTheStreamsOwnColour()
+    {
+        QFETCH(QString, clip);
+        compareWithReference(firstPicture(clip, 0), clip);
+    }
+
+    // HDR thumbnails are scaled, then tone-mapped as ffmpeg's filters do it.
+    void hdrThumbnailsAreToneMappedToSdr_data()
+    {
+        QTest::addColumn<QString>("clip");
+        QTest::newRow("HDR10 (PQ)") << "hdr-pq.mp4";
+        QTest::newRow("HLG") << "hdr-hlg.mp4";
+    }
+
+    void hdrThumbnailsAreToneMappedToSdr()
+    {
+        QFETCH(QString, clip);
+        const QImage thumbnail = firstPicture(clip, 160);
+        compareWithReference(thumbnail, clip);
+        compareWithSdrSource(thumbnail);
+    }
+
+    void hdrFreezeFramesAreToneMappedToSdr()
+    {
+        const QSharedPointer<IAVFetcher> fetcher = createAVFetcher();
+        const QString saved = TestMedia::scratchDir(QStringLiteral("frames")) + QStringLiteral("/pq.png");
+        QSignalSpy spy(fetcher.data(), &IAVFetcher::videoFreeze);
+        const qint64 id = fetcher->fetchFreezeFrame(TestMedia::path("hdr-pq.mp4"), saved, 0, true, false);
+        const auto answers = FetchAnswers::collect(spy, id, [](const QList<QList<QVariant>> &a) { return !a.isEmpty(); });
+        QVERIFY(!answers.isEmpty() && answers.first().at(5).toBool());
+        const QImage picture(saved);
+        QCOMPARE(picture.size(), QSize(320, 180));
+        compareWithSdrSource(picture);
     }
 
     void audioAdapterResamplesToTheRequestedForm()
