@@ -51,7 +51,8 @@ FFColourDescription::FFColourDescription(const AVFrame &frame)
     const auto format = AVPixelFormat(frame.format);
     const AVPixFmtDescriptor *descriptor = av_pix_fmt_desc_get(format);
     const uint64_t notYuv = AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_PAL | AV_PIX_FMT_FLAG_HWACCEL | AV_PIX_FMT_FLAG_BAYER;
-    mYuv = descriptor && !(descriptor->flags & notYuv);
+    const bool xyz = format == AV_PIX_FMT_XYZ12LE || format == AV_PIX_FMT_XYZ12BE;
+    mYuv = descriptor && !(descriptor->flags & notYuv) && !xyz;
     if (!mYuv)
         return;
     const bool grey = descriptor->nb_components <= 2;

@@ -18,7 +18,7 @@ namespace Veloran {
 ///   ones as BT.601, as video players do.
 /// - Range: full or limited as tagged; untagged pictures full for the deprecated
 ///   yuvj* formats and grey pictures, limited otherwise (swscale's own default).
-/// - RGB, palette and other non-YUV pictures have no matrix or range to apply.
+/// - RGB, palette, XYZ and other non-YUV pictures have no matrix or range to apply.
 /// - A PQ (SMPTE 2084) or HLG (ARIB STD-B67) transfer marks an HDR picture, which needs
 ///   tone mapping to look right on an SDR display.
 class FFColourDescription

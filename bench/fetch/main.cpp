@@ -2,8 +2,10 @@
 //   bench_fetch thumbs FILE --times MS,MS,... [--width 160] [--fast] [--out DIR] [--batches N]
 //   bench_fetch wave FILE --length MS [--begin MS] --values N [--pieces P] [--out FILE]
 //   bench_fetch match REFDIR THUMBDIR --count N [--tolerance MAD] [--verbose]
+//   bench_fetch convert FILE [--width 160] [--frames 20] [--rounds 10]
 // Prints one result line per batch (or job) on stdout; exit code 0 when every answer came.
 
+#include "ConvertJob.h"
 #include "FrameMatch.h"
 #include "ThumbJob.h"
 #include "WaveJob.h"
@@ -33,7 +35,8 @@ int usage(QTextStream &err)
 {
     err << "usage: bench_fetch thumbs FILE --times MS,... [--width W] [--fast] [--out DIR] [--batches N]\n"
            "       bench_fetch wave FILE --length MS [--begin MS] --values N [--pieces P] [--out FILE]\n"
-           "       bench_fetch match REFDIR THUMBDIR --count N [--tolerance MAD] [--verbose]"
+           "       bench_fetch match REFDIR THUMBDIR --count N [--tolerance MAD] [--verbose]\n"
+           "       bench_fetch convert FILE [--width W] [--frames N] [--rounds R]"
         << Qt::endl;
     return 2;
 }
@@ -60,6 +63,8 @@ int main(int argc, char *argv[])
                        {"count", "number of targets to match", "n"},
                        {"tolerance", "mean absolute difference allowed", "mad", "2.5"},
                        {"verbose", "one line per matched target"},
+                       {"frames", "decoded frames to convert", "n", "20"},
+                       {"rounds", "conversions of each frame", "n", "10"},
                        {"timeout", "give up after", "s", "3600"}});
     parser.process(app);
     const QStringList args = parser.positionalArguments();
@@ -76,6 +81,17 @@ int main(int argc, char *argv[])
         options.verbose = parser.isSet("verbose");
         matchFrames(options, out);
         return 0;
+    }
+
+    if (mode == QLatin1String("convert")) {
+        if (args.size() != 2)
+            return usage(err);
+        ConvertJobOptions options;
+        options.file = args[1];
+        options.width = parser.value("width").toInt();
+        options.frames = parser.value("frames").toInt();
+        options.rounds = parser.value("rounds").toInt();
+        return runConvertJob(options, out) ? 0 : 1;
     }
 
     std::unique_ptr<QObject> job;

@@ -3,7 +3,8 @@
 #   bash bench/fetch/run.sh                 # everything, RUNS=3 runs per measurement
 #   RUNS=5 JOBS="long phone" bash bench/fetch/run.sh
 # Jobs: long (thumbnails, long-GOP file), phone (thumbnails, 1 s GOP), wave (waveform of
-# 60 min AAC and MP3), memory (10 repeated batches in one process).
+# 60 min AAC and MP3), memory (10 repeated batches in one process), colour (conversion
+# of decoded frames to thumbnails with and without colour handling, SDR and HDR10).
 # Media is made once with the ffmpeg tool into build/bench-media; results go to
 # build/bench-out (results.tsv, table.md, logs). Needs: ffmpeg, ffprobe, /usr/bin/time
 # (package "time", installed when missing and run as root), ffmpegthumbnailer (optional).
@@ -14,7 +15,7 @@ BUILD=${BUILD:-$ROOT/build/release}
 MEDIA=${MEDIA:-$ROOT/build/bench-media}
 OUT=${OUT:-$ROOT/build/bench-out}
 RUNS=${RUNS:-3}
-JOBS=${JOBS:-"long phone wave memory"}
+JOBS=${JOBS:-"long phone wave memory colour"}
 TOLERANCE=${TOLERANCE:-2.5}
 DRIVER=$BUILD/bench/fetch/bench_fetch
 RESULTS=$OUT/results.tsv
@@ -60,18 +61,25 @@ make_media() { # name, ffmpeg arguments...
         mv "$MEDIA/$name.part.${name##*.}" "$MEDIA/$name"
     fi
 }
+# Only the media of the jobs asked for are made.
 # x264 defaults for the GOP (keyint 250, scene-cut detection, 3 B-frames); preset
 # veryfast only to keep encoding short.
-make_media longgop.mp4 -f lavfi -i testsrc2=size=1920x1080:rate=25:duration=180 \
-    -c:v libx264 -preset veryfast -pix_fmt yuv420p
+# The HD files are tagged BT.709 as cameras tag them, so that the ffmpeg tool and the
+# library read their colours alike (untagged, the tool reads HD as BT.601, players and
+# the library as BT.709).
+BT709=(-colorspace bt709 -color_primaries bt709 -color_trc bt709)
+want long && make_media longgop.mp4 -f lavfi -i testsrc2=size=1920x1080:rate=25:duration=180 \
+    -c:v libx264 -preset veryfast -pix_fmt yuv420p "${BT709[@]}"
 # Phone-like: 30 fps, a keyframe every second.
-make_media phone.mp4 -f lavfi -i testsrc2=size=1920x1080:rate=30:duration=120 \
-    -c:v libx264 -preset veryfast -pix_fmt yuv420p -g 30 -keyint_min 30 -sc_threshold 0
+{ want phone || want memory; } && make_media phone.mp4 -f lavfi -i testsrc2=size=1920x1080:rate=30:duration=120 \
+    -c:v libx264 -preset veryfast -pix_fmt yuv420p -g 30 -keyint_min 30 -sc_threshold 0 "${BT709[@]}"
 # Audio: a stereo 440 Hz tone whose loudness swells and fades every 10 s.
+if want wave; then
 make_media audio60.wav -f lavfi -i sine=frequency=440:sample_rate=48000:duration=3600 \
     -af "volume='0.1+0.9*abs(sin(PI*t/10))':eval=frame" -ac 2 -c:a pcm_s16le
 make_media audio60.m4a -i "$MEDIA/audio60.wav" -c:a aac -b:a 128k
 make_media audio60.mp3 -i "$MEDIA/audio60.wav" -c:a libmp3lame -b:a 192k
+fi
 
 # --- helpers -----------------------------------------------------------------------------
 printf 'job\tmethod\truns\twall_med_s\twall_min_s\twall_max_s\tcpu_med_s\trss_med_mb\texact\n' >"$RESULTS"
@@ -223,6 +231,20 @@ if want memory; then
     cat "$OUT/memory.log" >&2
 fi
 
+if want colour; then
+    # BT.709 1080p SDR and 4K HDR10 (PQ, BT.2020, 10-bit HEVC), one second each.
+    make_media colour-sdr.mp4 -f lavfi -i testsrc2=size=1920x1080:rate=25:duration=1 \
+        -c:v libx264 -preset veryfast -pix_fmt yuv420p "${BT709[@]}"
+    make_media colour-hdr.mp4 -f lavfi -i testsrc2=size=3840x2160:rate=25:duration=1 \
+        -vf format=gbrp,zscale=rin=full:tin=bt709:pin=bt709:min=gbr:t=smpte2084:p=bt2020:m=2020_ncl:r=tv:npl=100,format=yuv420p10le \
+        -c:v libx265 -preset ultrafast -x265-params log-level=error -colorspace bt2020nc -color_primaries bt2020 -color_trc smpte2084
+    log "colour: conversion to 160-px thumbnails"
+    for f in colour-sdr.mp4 colour-hdr.mp4; do
+        "$DRIVER" convert "$MEDIA/$f" --width 160 --frames 10 --rounds 10
+    done >"$OUT/colour.log"
+    cat "$OUT/colour.log" >&2
+fi
+
 uptime >"$OUT/uptime.after"
 log "load after: $(cat "$OUT/uptime.after")"
 
@@ -263,6 +285,11 @@ fi # TABLE_ONLY
         echo
         echo "- memory, 10 batches of 12 thumbnails in one process (RSS after each batch, MB):" \
             "$(awk '{ for (i = 1; i <= NF; i++) if ($i ~ /^rss_kb=/) { sub("rss_kb=", "", $i); printf "%.1f ", $i / 1024 } }' "$OUT/memory.log")"
+    fi
+    if [[ -s $OUT/colour.log ]]; then
+        echo
+        echo "- colour, median per 160-px thumbnail, decoding excluded (plain: swscale without colour handling; adapter: the library):"
+        sed 's/^/  /' "$OUT/colour.log"
     fi
     echo
     echo "Load before: $(cat "$OUT/uptime.before")"

@@ -40,6 +40,16 @@ private:
     }
 
 private slots:
+    void conversionIsTimedBothWays()
+    {
+        const Run run = runDriver({"convert", TestMedia::path("bench-tiny.mp4"), "--frames", "3", "--rounds", "2"});
+        QCOMPARE(run.exitCode, 0);
+        QVERIFY2(run.out.startsWith("frames=3 size=320x240 format=yuv420p ") && run.out.contains(" plain_ms=")
+                     && run.out.contains(" adapter_ms="),
+                 qPrintable(run.out));
+        QCOMPARE(runDriver({"convert", TestMedia::path("missing.mp4")}).exitCode, 1);
+    }
+
     void thumbnailsAreWrittenPerTarget()
     {
         const QString dir = TestMedia::scratchDir("bench-thumbs");
