@@ -6,9 +6,10 @@ include(CMakePackageConfigHelpers)
 set(VR_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/VrFetcher)
 set(VR_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/VrFetcher)
 
-# Headers of internal machinery (the scheduler and its workers) stay out of the
+# Headers of internal machinery (the scheduler and its workers, the tone mapper) stay out of the
 # installed tree; everything else in the module folders is public API.
 set(VR_PRIVATE_HEADERS
+  VeloranDec/Adapter/FFToneMapper.h
   Projects/Fetcher/AVFetcher.h
   Projects/Fetcher/AVPicker.h
   Projects/Fetcher/AVPickerManager.h
