@@ -8,6 +8,7 @@
 
 #include <QFile>
 #include <QImageReader>
+#include <QResource>
 #include <QThread>
 #include <QtTest>
 
@@ -46,26 +47,6 @@ bool allBlack(const QImage &image)
     return !image.isNull() && image.convertToFormat(QImage::Format_RGB888) == black;
 }
 
-// Ids far above what the fetchers hand out in this process.
-qint64 gsTestIds = 1000000;
-
-VideoThumbRequest thumb(const QString &file)
-{
-    VideoThumbRequest request;
-    request.id = ++gsTestIds;
-    request.filePath = file;
-    request.width = 32;
-    return request;
-}
-
-QList<QList<qint64>> startedIds(const QList<PickerLog::Start> &starts)
-{
-    QList<QList<qint64>> ids;
-    for (const PickerLog::Start &start : starts)
-        ids.append(start.ids);
-    return ids;
-}
-
 } // namespace
 
 // The fetch service: its scheduling, and what a host gets (ids, signals, pictures,
@@ -85,7 +66,6 @@ private:
         QFile::copy(TestMedia::path("sample.mp4"), path);
         return path;
     }
-    QString missing(const QString &name) { return scratch + QStringLiteral("/missing-") + name; }
 
 private Q_SLOTS:
     void init()
@@ -290,6 +270,16 @@ private Q_SLOTS:
         QCOMPARE(folderPeaks.size(), 40);
         QVERIFY(*std::max_element(folderPeaks.begin(), folderPeaks.end()) > 20); // not silence
         QCOMPARE(folderPeaks, values(peaks(fetcher.data(), TestMedia::path("fetch-tone.wav"), 200, 1000, 40, 1)));
+
+        // Asked again, the resource file is not registered again: one unregistration
+        // takes its media away.
+        QCOMPARE(values(peaks(fetcher.data(), folder, 200, 1000, 40, 1)), folderPeaks);
+        const QString rcc = folder + QStringLiteral("/resource.rcc");
+        QVERIFY(QFile::exists(QStringLiteral(":/fetchmat/tone.wav")));
+        fetcher->stop(); // closes the idle picker's file inside the resource
+        QVERIFY(QResource::unregisterResource(rcc));
+        QVERIFY(!QFile::exists(QStringLiteral(":/fetchmat/tone.wav")));
+        QVERIFY(QResource::registerResource(rcc));
     }
 
     // Files that cannot be read are answered: null thumbnails, unsuccessful freeze
@@ -335,42 +325,6 @@ private Q_SLOTS:
         QVERIFY(!allBlack(thumbnails(fetcher.data(), TestMedia::path("sample.mp4"), {60000}, 64).value(60000)));
     }
 
-    void consecutiveRequestsForOneFileShareARun()
-    {
-        PickerLog log(manager);
-        const QList<VideoThumbRequest> requests {thumb(missing("f1")), thumb(missing("f1")), thumb(missing("f2")),
-                                                 thumb(missing("f1"))};
-        manager->requestVideoList(QList<VideoThumbRequest>(requests), false);
-        QTRY_COMPARE_WITH_TIMEOUT(log.startCount(), 3, kWaitMs);
-        QCOMPARE(startedIds(log.starts()),
-                 (QList<QList<qint64>> {{requests[0].id, requests[1].id}, {requests[2].id}, {requests[3].id}}));
-        QCOMPARE(log.starts().at(2).file, missing("f1"));
-    }
-
-    void priorityListGoesToTheHeadInItsOwnOrder()
-    {
-        PickerLog log(manager);
-        GateHold gate;
-        // Fill every slot with a picker that waits at the gate.
-        const int slotCount = manager->maxConcurrent();
-        for (int i = 0; i < slotCount; ++i)
-            manager->requestVideoList({thumb(sampleCopy(QStringLiteral("blocker-%1.mp4").arg(i)))}, false);
-        QTRY_COMPARE_WITH_TIMEOUT(log.startCount(), slotCount, kWaitMs);
-
-        const QList<VideoThumbRequest> normal {thumb(missing("y")), thumb(missing("y"))};
-        manager->requestVideoList(QList<VideoThumbRequest>(normal), false);
-        const QList<VideoThumbRequest> urgent {thumb(missing("z")), thumb(missing("w")), thumb(missing("z"))};
-        manager->requestVideoList(QList<VideoThumbRequest>(urgent), true);
-        // A single priority request goes before all of them.
-        const VideoThumbRequest single = thumb(missing("q"));
-        manager->requestVideo(single, true);
-        gate.release();
-
-        QTRY_COMPARE_WITH_TIMEOUT(log.startCount(), slotCount + 5, kWaitMs);
-        QCOMPARE(startedIds(log.starts().mid(slotCount)),
-                 (QList<QList<qint64>> {{single.id}, {urgent[0].id}, {urgent[1].id}, {urgent[2].id}, {normal[0].id, normal[1].id}}));
-    }
-
     void stopInterruptsAndTheServiceResumes()
     {
         QSharedPointer<IAVFetcher> fetcher = createAVFetcher();
@@ -408,30 +362,6 @@ private Q_SLOTS:
         QCOMPARE(samples.size(), 1);
         QCOMPARE(samples.first().at(0).toLongLong(), audioAfter);
         QVERIFY(!stopped.contains(after));
-    }
-
-    void cacheKeepsTheFiveNewestIdlePickers()
-    {
-        QSharedPointer<IAVFetcher> fetcher = createAVFetcher();
-        QStringList files;
-        for (int i = 1; i <= 7; ++i) {
-            files << sampleCopy(QStringLiteral("cache-%1.mp4").arg(i));
-            fetcher->fetchVideo(files.last(), {0}, 32, true, false);
-            // One at a time, so the cache order is the order of the requests.
-            QTRY_VERIFY_WITH_TIMEOUT(manager->cachedPickerFiles().contains(files.last()), kWaitMs);
-        }
-        // Each scheduling round trims the cache; an empty request list makes one.
-        QTRY_VERIFY_WITH_TIMEOUT((manager->requestVideoList({}, false), manager->cachedPickerFiles() == files.mid(2)),
-                                 kWaitMs);
-
-        // A cached picker is reused for its file (and leaves the cache while it runs).
-        PickerLog log(manager);
-        QSignalSpy thumbs(fetcher.data(), &IAVFetcher::videoThumb);
-        const qint64 reuse = fetcher->fetchVideo(files.last(), {40}, 32, true, false);
-        QTRY_VERIFY_WITH_TIMEOUT(!thumbs.isEmpty() && thumbs.last().at(0).toLongLong() == reuse, kWaitMs);
-        QTRY_COMPARE_WITH_TIMEOUT(manager->cachedPickerFiles().count(files.last()), 1, kWaitMs);
-        QCOMPARE(manager->cachedPickerFiles().size(), 5);
-        QCOMPARE(log.startCount(), 1);
     }
 };
 
