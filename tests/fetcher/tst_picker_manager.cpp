@@ -187,6 +187,31 @@ private Q_SLOTS:
                                        {urgent[2].id}, {mixed[2].id}, {mixed[3].id}, {normal[0].id, normal[1].id}}));
     }
 
+    // Until the first thumbnails, one audio scan at a time; after them, audio is
+    // bounded by the slots only, and never takes the last one.
+    void audioWaitsItsTurn()
+    {
+        Service service(3, 3);
+        PickerLog log(&service.manager);
+        PoolBlock block(service.pool);
+        AudioSampleRequest scan;
+        scan.filePath = scan.sourcePath = TestMedia::path("sine.wav");
+        scan.length = 1000;
+        scan.sampleCount = scan.count = 1;
+        for (int i = 0; i < 3; ++i)
+            service.manager.requestAudio((scan.id = ++gsIds, scan), false);
+        QTRY_COMPARE_WITH_TIMEOUT(log.startCount(), 1, kWaitMs);
+        QTest::qWait(200); // the pool is blocked: nothing would change but the rule
+        QCOMPARE(log.startCount(), 1);
+        service.manager.requestVideoList({thumb(missing(1))}, false);
+        QTRY_COMPARE_WITH_TIMEOUT(log.startCount(), 2, kWaitMs);
+        QTest::qWait(200);
+        QCOMPARE(log.startCount(), 2);
+        block.release();
+        QTRY_COMPARE_WITH_TIMEOUT(service.answered().size(), 4, kWaitMs);
+        QCOMPARE(log.startCount(), 4);
+    }
+
     // Pickers waiting in the pool are taken back: their slots are free at once, their
     // requests and the queued ones go unanswered, later ones are served.
     void clearFetchingTakesBackUnstartedPickers()
