@@ -58,14 +58,6 @@ private:
     AVPickerManager *manager = AVPickerManager::sharedInstance();
     QString scratch = TestMedia::scratchDir(QStringLiteral("fetch"));
 
-    // A private copy of the shared sample: a distinct file, so a distinct picker.
-    QString sampleCopy(const QString &name)
-    {
-        const QString path = scratch + QLatin1Char('/') + name;
-        QFile::copy(TestMedia::path("sample.mp4"), path);
-        return path;
-    }
-
 private Q_SLOTS:
     void init()
     {
@@ -291,42 +283,6 @@ private Q_SLOTS:
         // A negative time reads from the start; past the end the last frame stays.
         QCOMPARE(thumbnails(fetcher.data(), TestMedia::path("sample.mp4"), {-500}, 64).value(-500).size(), QSize(64, 48));
         QVERIFY(!allBlack(thumbnails(fetcher.data(), TestMedia::path("sample.mp4"), {60000}, 64).value(60000)));
-    }
-
-    void stopInterruptsAndTheServiceResumes()
-    {
-        QSharedPointer<IAVFetcher> fetcher = createAVFetcher();
-        QSignalSpy thumbs(fetcher.data(), &IAVFetcher::videoThumb);
-        // Leave an idle picker in the cache first.
-        const QString cachedFile = sampleCopy(QStringLiteral("stop-cached.mp4"));
-        fetcher->fetchVideo(cachedFile, {0}, 32, true, false);
-        QTRY_VERIFY_WITH_TIMEOUT(manager->cachedPickerFiles().contains(cachedFile), kWaitMs);
-        QTRY_COMPARE_WITH_TIMEOUT(thumbs.size(), 1, kWaitMs);
-
-        PickerLog log(manager);
-        GateHold gate;
-        QList<qint64> stopped;
-        for (int i = 0; i < manager->maxConcurrent(); ++i)
-            stopped << fetcher->fetchVideo(sampleCopy(QStringLiteral("stop-blocker-%1.mp4").arg(i)), {0, 200, 400}, 32, true, false);
-        QTRY_COMPARE_WITH_TIMEOUT(log.startCount(), manager->maxConcurrent(), kWaitMs);
-        stopped << fetcher->fetchVideo(TestMedia::path("sample.mp4"), {0, 100}, 32, true, false);
-        stopped << fetcher->fetchAudio(TestMedia::path("sine.wav"), 0, 1000, 10, 1, false);
-        thumbs.clear();
-
-        // The cache is emptied at once; interrupted pickers leave without answering
-        // and are not kept.
-        fetcher->stop();
-        QVERIFY(manager->cachedPickerFiles().isEmpty());
-        QTRY_COMPARE_WITH_TIMEOUT(manager->runningPickerCount(), 0, kWaitMs);
-        QVERIFY(manager->cachedPickerFiles().isEmpty());
-        gate.release();
-
-        // Later requests are served; nothing stopped is answered.
-        QSignalSpy samples(fetcher.data(), &IAVFetcher::audioSample);
-        QCOMPARE(thumbnails(fetcher.data(), TestMedia::path("sample.mp4"), {120}, 32).size(), 1);
-        QCOMPARE(values(peaks(fetcher.data(), TestMedia::path("sine.wav"), 0, 1000, 10, 1)).size(), 10);
-        for (const QList<QVariant> &answer : QList<QList<QVariant>>(thumbs) + QList<QList<QVariant>>(samples))
-            QVERIFY(!stopped.contains(answer.at(0).toLongLong()));
     }
 };
 

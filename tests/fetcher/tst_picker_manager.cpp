@@ -277,7 +277,7 @@ private Q_SLOTS:
     }
 
     // A stop during a long waveform: the scan ends after the piece it was delivering,
-    // and the interrupted picker is not kept.
+    // the interrupted picker is not kept, and later requests are served.
     void stopEndsAnAudioScanMidWay()
     {
         Service service(2, 2);
@@ -299,6 +299,12 @@ private Q_SLOTS:
         QVERIFY(capture.hasRecord("[fetch samples_v2] aborted.2"));
         QVERIFY(!capture.hasRecordStartingWith("[fetch samples_v2] finished total cost: "));
         QVERIFY(service.manager.cachedPickerFiles().isEmpty());
+
+        // The scheduler goes on serving.
+        request.id = ++gsIds;
+        request.count = 1;
+        service.manager.requestAudio(request, false);
+        QTRY_COMPARE_WITH_TIMEOUT(service.answered().size(), 2, kWaitMs);
     }
 };
 
