@@ -20,6 +20,20 @@ void BasicObject::assertMainThread() const
     Veloran::assertMainThread();
 }
 
+void BasicObject::moveSelfToThread(QThread *thread)
+{
+    moveToThread(thread);
+    for (BasicObject *part : threadParts()) {
+        if (part)
+            part->moveSelfToThread(thread);
+    }
+}
+
+QList<BasicObject *> BasicObject::threadParts() const
+{
+    return {};
+}
+
 #ifdef VR_THREAD_CHECKS
 
 void assertOwnThread(const QObject *object)

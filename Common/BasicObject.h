@@ -2,7 +2,10 @@
 
 #include "vrfetcher_export.h"
 
+#include <QList>
 #include <QObject>
+
+class QThread;
 
 namespace Veloran {
 
@@ -24,6 +27,16 @@ public:
     void assertOwnThread() const;
     /// Debug builds abort unless called from the application's main thread.
     void assertMainThread() const;
+
+    /// Moves this object and, in turn, the parts it owns (threadParts()) to `thread`;
+    /// null detaches them all from every thread. Call it from the thread that
+    /// currently owns the object.
+    void moveSelfToThread(QThread *thread);
+
+protected:
+    /// The owned helper objects that must live in this object's thread; null entries
+    /// (parts not made yet) are skipped. None by default.
+    virtual QList<BasicObject *> threadParts() const;
 };
 
 /// Debug builds abort unless called from the thread `object` lives in; a null object,

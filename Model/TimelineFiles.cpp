@@ -11,7 +11,10 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QResource>
+#include <QSet>
 #include <QTextStream>
+
+#include <mutex>
 
 namespace Veloran {
 
@@ -25,6 +28,23 @@ QJsonDocument parseJson(const QString &json)
     if (jsonHasDuplicateKeys(utf8))
         return {};
     return QJsonDocument::fromJson(utf8);
+}
+
+// Registers each resource file once per process, by its absolute path: Qt maps the
+// file again on every registration, so asking for a folder's waveform again and
+// again would otherwise grow the memory each time.
+bool registerResourceOnce(const QString &rcc)
+{
+    static std::mutex mutex;
+    static QSet<QString> registered;
+    const QString path = QFileInfo(rcc).absoluteFilePath();
+    std::lock_guard<std::mutex> locker(mutex);
+    if (registered.contains(path))
+        return true;
+    if (!QResource::registerResource(rcc, QString()))
+        return false;
+    registered.insert(path);
+    return true;
 }
 
 } // namespace
@@ -105,7 +125,7 @@ QString getTimelineFirstClipPath(const QVariantMap &timeline)
 QString getRccSourcePath(const QString &dir, const QVariantMap &material)
 {
     const QString rcc = appendPath(dir, QStringLiteral("resource.rcc"));
-    if (!QResource::registerResource(rcc, QString()))
+    if (!registerResourceOnce(rcc))
         return {};
     return appendPath(appendPath(QStringLiteral(":"), material.value(QStringLiteral("rcc_prefix")).toString()),
                       material.value(QStringLiteral("source")).toString());

@@ -32,8 +32,9 @@ VRFETCHER_EXPORT QString loadTimelineJsonFromPath(const QString &path);
 /// "file_path" of the first entry of "clips", unresolved; empty without clips.
 VRFETCHER_EXPORT QString getTimelineFirstClipPath(const QVariantMap &timeline);
 
-/// Registers dir/resource.rcc and returns ":/<rcc_prefix>/<source>" inside it, or an
-/// empty string when the resource file cannot be registered.
+/// Registers dir/resource.rcc (once per process and file) and returns
+/// ":/<rcc_prefix>/<source>" inside it, or an empty string when the resource file
+/// cannot be registered.
 VRFETCHER_EXPORT QString getRccSourcePath(const QString &dir, const QVariantMap &material);
 
 /// The material description dir/config.json as a map.

@@ -151,13 +151,9 @@ int AudioSource::currentStreamIndex()
     return mReader ? mReader->streamIndex() : -1;
 }
 
-void AudioSource::moveSelfToThread(QThread *thread)
+QList<BasicObject *> AudioSource::threadParts() const
 {
-    moveToThread(thread);
-    if (mReader)
-        mReader->moveSelfToThread(thread);
-    if (mAdapter)
-        mAdapter->moveToThread(thread);
+    return {mReader, mAdapter};
 }
 
 } // namespace Veloran

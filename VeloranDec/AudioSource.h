@@ -65,12 +65,9 @@ public:
     /// The container index of the open stream; -1 when nothing is open.
     int currentStreamIndex();
 
-    /// Moves the source, its reader (with demuxer and decoder) and its adapter;
-    /// null detaches them from every thread. Call it from the thread that
-    /// currently owns the source.
-    void moveSelfToThread(QThread *thread);
-
 private:
+    // moveSelfToThread() takes the reader (with demuxer and decoder) and the adapter along.
+    QList<BasicObject *> threadParts() const override;
     QSharedPointer<IAudioFrame> convertFrom(AVFramePtr frame);
     void deleteReaderAndAdapter();
     // A seek starts a new stretch of audio: nothing held back from before may leak in.

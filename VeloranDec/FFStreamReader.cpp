@@ -341,13 +341,9 @@ int FFStreamReader::mediaType()
     return parameters ? int(parameters->codec_type) : -1;
 }
 
-void FFStreamReader::moveSelfToThread(QThread *thread)
+QList<BasicObject *> FFStreamReader::threadParts() const
 {
-    moveToThread(thread);
-    if (mDemuxer)
-        mDemuxer->moveToThread(thread);
-    if (mDecoder)
-        mDecoder->moveToThread(thread);
+    return {mDemuxer.data(), mDecoder.get()};
 }
 
 } // namespace Veloran

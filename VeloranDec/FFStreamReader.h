@@ -98,11 +98,9 @@ public:
     /// The open stream's container index; -1 when not open.
     int streamIndex() const { return mStreamIndex; }
 
-    /// Moves the reader, its demuxer and its decoder; null detaches them.
-    /// Call it from the thread that currently owns the reader.
-    void moveSelfToThread(QThread *thread);
-
 protected:
+    /// moveSelfToThread() takes the demuxer and the decoder along.
+    QList<BasicObject *> threadParts() const override;
     /// A reader with no stream open.
     explicit FFStreamReader(QObject *parent = nullptr);
 

@@ -208,13 +208,9 @@ void VideoSource::resetOutputWidth(int width)
     mOutputWidth = width;
 }
 
-void VideoSource::moveSelfToThread(QThread *thread)
+QList<BasicObject *> VideoSource::threadParts() const
 {
-    moveToThread(thread);
-    if (mReader)
-        mReader->moveSelfToThread(thread);
-    if (mAdapter)
-        mAdapter->moveToThread(thread);
+    return {mReader, mAdapter};
 }
 
 } // namespace Veloran

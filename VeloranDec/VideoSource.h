@@ -83,11 +83,10 @@ public:
     /// The width frames are scaled to from the next conversion on; 0 keeps the
     /// source size.
     void resetOutputWidth(int width);
-    /// Moves the source, its reader (with demuxer and decoder) and its adapter.
-    /// Call it from the thread that currently owns the source.
-    void moveSelfToThread(QThread *thread);
 
 private:
+    // moveSelfToThread() takes the reader (with demuxer and decoder) and the adapter along.
+    QList<BasicObject *> threadParts() const override;
     // Keeps the reader and the width after a successful open, drops the reader otherwise.
     bool openWith(int outputWidth, bool opened);
     // The frame converted and wrapped with the stream description; empty when

@@ -1,9 +1,15 @@
 #include "AVPicker.h"
 
+#include "Common/BasicObject.h"
+#include "Projects/Fetcher/PickerHost.h"
+
+#include <QThread>
+
 namespace Veloran {
 
-AVPicker::AVPicker(const QString &filePath, AVPickerManager *manager)
-    : mManager(manager)
+AVPicker::AVPicker(PickerKind kind, const QString &filePath, PickerHost *host)
+    : mKind(kind)
+    , mHost(host)
     , mFilePath(filePath)
 {
 }
@@ -20,19 +26,30 @@ bool AVPicker::isInterruptionRequested() const
     return mInterrupted.load();
 }
 
+QString AVPicker::filePath() const
+{
+    return mFilePath;
+}
+
 void AVPicker::handOver()
 {
     mRuns.fetch_add(1, std::memory_order_release);
 }
 
-void AVPicker::takeOver() const
+void AVPicker::run()
 {
     (void)mRuns.load(std::memory_order_acquire);
-}
-
-QString AVPicker::filePath() const
-{
-    return mFilePath;
+    const bool opened = ensureOpened();
+    if (opened) {
+        // The next run may happen on another pool thread.
+        source()->moveSelfToThread(QThread::currentThread());
+        serve();
+        source()->moveSelfToThread(nullptr);
+    } else {
+        // Not kept: the next request for this file tries to open it again.
+        answerFailure();
+    }
+    mHost->recyclePicker(this, opened);
 }
 
 } // namespace Veloran

@@ -1,20 +1,19 @@
 #include "AVPickerManager.h"
 
 #include "Projects/Fetcher/AudioPicker.h"
+#include "Projects/Fetcher/SchedulerClock.h"
 #include "Projects/Fetcher/SchedulingRules.h"
 #include "Projects/Fetcher/VideoPicker.h"
 #include "VeloranBaseEntry.h"
 
-#include <QMetaObject>
-#include <QTimer>
-
+#include <algorithm>
 #include <thread>
 
 namespace Veloran {
 
 namespace {
-constexpr unsigned long kSchedulerSleepMs = 10000;
-constexpr int kWakeDelayMs = 100;
+constexpr qint64 kSchedulerSleepMs = 10000;
+constexpr qint64 kWakeDelayMs = 100;
 } // namespace
 
 AVPickerManager *AVPickerManager::sharedInstance()
@@ -25,7 +24,8 @@ AVPickerManager *AVPickerManager::sharedInstance()
 
 std::unique_ptr<AVPickerManager> AVPickerManager::createAndStart()
 {
-    std::unique_ptr<AVPickerManager> manager(new AVPickerManager);
+    auto manager = std::make_unique<AVPickerManager>(nullptr, nullptr,
+                                                     maxConcurrentFor(std::thread::hardware_concurrency()));
     // Requests and peaks cross threads in queued signals.
     qRegisterMetaType<VideoThumbRequest>("Veloran::VideoThumbRequest");
     qRegisterMetaType<AudioSampleRequest>("Veloran::AudioSampleRequest");
@@ -34,12 +34,14 @@ std::unique_ptr<AVPickerManager> AVPickerManager::createAndStart()
     return manager;
 }
 
-AVPickerManager::AVPickerManager()
+AVPickerManager::AVPickerManager(const SchedulerClock *clock, QThreadPool *pool, int maxConcurrent)
+    : clock(clock ? *clock : SchedulerClock::steady())
+    , pool(pool ? *pool : ownPool)
+    , wake(this->clock)
+    , mMaxConcurrent(maxConcurrent)
 {
-    clock.start();
-    mMaxConcurrent = maxConcurrentFor(std::thread::hardware_concurrency());
     VR_LOG << "AVPickerManager max concurrent: " << mMaxConcurrent;
-    threadPool.setMaxThreadCount(mMaxConcurrent);
+    ownPool.setMaxThreadCount(mMaxConcurrent);
     // Made before the thread runs, so the threading library rejects it; the manager
     // thread runs at the priority it inherits from start().
     setPriority(QThread::LowPriority);
@@ -47,16 +49,13 @@ AVPickerManager::AVPickerManager()
 
 AVPickerManager::~AVPickerManager()
 {
-    // Keep waking the scheduler until it has seen the interruption and ended.
     requestInterruption();
-    do {
-        wakeScheduler(false);
-    } while (!wait(20));
+    wake.wake();
+    wait();
     stop();
-    threadPool.waitForDone();
+    pool.waitForDone();
     (void)recycles.load(std::memory_order_acquire);
     cleanCache();
-    delete wakeTimer;
 }
 
 void AVPickerManager::requestVideo(const VideoThumbRequest &request, bool priority)
@@ -68,7 +67,7 @@ void AVPickerManager::requestVideo(const VideoThumbRequest &request, bool priori
         else
             videoRequests.append(request);
     }
-    wakeDelay();
+    wake.wakeAfter(kWakeDelayMs);
 }
 
 void AVPickerManager::requestVideoList(QList<VideoThumbRequest> &&list, bool priority)
@@ -82,7 +81,7 @@ void AVPickerManager::requestVideoList(QList<VideoThumbRequest> &&list, bool pri
             videoRequests.append(list);
         }
     }
-    wakeScheduler();
+    wake.wake();
 }
 
 void AVPickerManager::requestAudio(const AudioSampleRequest &request, bool priority)
@@ -94,27 +93,7 @@ void AVPickerManager::requestAudio(const AudioSampleRequest &request, bool prior
         else
             audioRequests.append(request);
     }
-    wakeScheduler();
-}
-
-void AVPickerManager::wakeDelay()
-{
-    std::call_once(wakeTimerOnce, [this] {
-        // No parent: the timer lives in the thread of the first caller.
-        wakeTimer = new QTimer;
-        wakeTimer->setSingleShot(true);
-        connect(wakeTimer, &QTimer::timeout, wakeTimer, [this] { wakeScheduler(); });
-    });
-    QTimer *timer = wakeTimer;
-    const auto restart = [timer] {
-        timer->stop();
-        timer->start(kWakeDelayMs);
-    };
-    // A timer may only be driven from its own thread.
-    if (timer->thread() == QThread::currentThread())
-        restart();
-    else
-        QMetaObject::invokeMethod(timer, restart, Qt::QueuedConnection);
+    wake.wake();
 }
 
 void AVPickerManager::clearRequests()
@@ -124,7 +103,25 @@ void AVPickerManager::clearRequests()
         videoRequests.clear();
         audioRequests.clear();
     }
-    dropUnstartedPickers();
+    // Every runnable of the pool is a running picker: each one still queued there is
+    // taken back under the same lock that starts them, so none can slip in between.
+    // (QThreadPool::clear() would drop pickers started meanwhile without a trace.)
+    std::vector<std::unique_ptr<AVPicker>> unstarted;
+    {
+        std::lock_guard<std::mutex> locker(runningMutex);
+        const auto kept = std::stable_partition(runningPickers.begin(), runningPickers.end(),
+                                                [this](const std::unique_ptr<AVPicker> &picker) {
+                                                    return !pool.tryTake(picker.get());
+                                                });
+        std::move(kept, runningPickers.end(), std::back_inserter(unstarted));
+        runningPickers.erase(kept, runningPickers.end());
+    }
+    for (std::unique_ptr<AVPicker> &picker : unstarted) {
+        notify(PickerEvent::Finished, *picker);
+        release(std::move(picker), true);
+    }
+    if (!unstarted.empty())
+        wake.wake();
 }
 
 void AVPickerManager::stop()
@@ -133,70 +130,40 @@ void AVPickerManager::stop()
     {
         // Held so that a picker cannot recycle (and be deleted) under our hands.
         std::lock_guard<std::mutex> locker(runningMutex);
-        for (AVPicker *picker : qAsConst(runningPickers))
+        for (const std::unique_ptr<AVPicker> &picker : runningPickers)
             picker->requestInterruption();
     }
     cleanCache();
-    wakeScheduler(false);
-}
-
-void AVPickerManager::wakeScheduler(bool flag)
-{
-    wakePending.store(true);
-    if (flag)
-        waitCondition.wakeOne();
-    else
-        waitCondition.wakeOneFalse();
-}
-
-void AVPickerManager::dropUnstartedPickers()
-{
-    // A picker waiting in the pool's queue never runs once taken out, so it would
-    // never recycle: it is removed from the running list and deleted here instead of
-    // holding its slot for ever.
-    QList<AVPicker *> dropped;
-    {
-        std::lock_guard<std::mutex> locker(runningMutex);
-        for (AVPicker *picker : qAsConst(runningPickers)) {
-            if (threadPool.tryTake(picker))
-                dropped.append(picker);
-        }
-        for (AVPicker *picker : qAsConst(dropped))
-            runningPickers.removeOne(picker);
-    }
-    threadPool.clear();
-    for (AVPicker *picker : qAsConst(dropped)) {
-        notify({PickerEvent::Finished, dynamic_cast<AudioPicker *>(picker) != nullptr, picker->filePath(), {}});
-        delete picker;
-    }
-    if (!dropped.isEmpty())
-        wakeScheduler();
+    wake.wake();
 }
 
 void AVPickerManager::cleanCache()
 {
-    QList<AVPicker *> idle;
-    {
-        std::lock_guard<std::mutex> locker(cacheMutex);
-        idle.swap(cachedPickers);
-    }
-    qDeleteAll(idle);
+    cache.clear();
+}
+
+void AVPickerManager::clockChanged()
+{
+    wake.recheck();
 }
 
 void AVPickerManager::run()
 {
-    if (isInterruptionRequested())
-        return;
-    for (;;) {
-        if (!wakePending.exchange(false)) {
-            waitCondition.wait(kSchedulerSleepMs);
-            wakePending.store(false);
-        }
+    while (!isInterruptionRequested()) {
+        wake.sleepUntil(nextRoundAt());
         fillFreeSlots();
         smartCleanCacheQueue();
-        if (isInterruptionRequested())
-            return;
     }
+}
+
+qint64 AVPickerManager::nextRoundAt() const
+{
+    const qint64 idleEnd = clock.nowMs() + kSchedulerSleepMs;
+    const qint64 last = lastRecycleMs.load();
+    // Idle pickers are dropped as soon as they have been kept long enough.
+    if (last >= 0 && cache.size() > 0)
+        return std::min(idleEnd, last + kCacheKeepMs + 1);
+    return idleEnd;
 }
 
 void AVPickerManager::fillFreeSlots()
@@ -209,7 +176,7 @@ void AVPickerManager::fillFreeSlots()
             videoWaiting = !videoRequests.isEmpty();
             audioWaiting = !audioRequests.isEmpty();
         }
-        switch (nextStart(runningCount(), mMaxConcurrent, videoWaiting, audioWaiting,
+        switch (nextStart(runningPickerCount(), mMaxConcurrent, videoWaiting, audioWaiting,
                           [this] { return isAudioRequestLimited(); })) {
         case NextStart::None:
             return;
@@ -224,10 +191,20 @@ void AVPickerManager::fillFreeSlots()
     }
 }
 
-int AVPickerManager::runningCount() const
+int AVPickerManager::runningPickerCount() const
 {
     std::lock_guard<std::mutex> locker(runningMutex);
-    return runningPickers.size();
+    return int(runningPickers.size());
+}
+
+bool AVPickerManager::isIdle() const
+{
+    {
+        std::lock_guard<std::mutex> locker(requestMutex);
+        if (!videoRequests.isEmpty() || !audioRequests.isEmpty())
+            return false;
+    }
+    return runningPickerCount() == 0;
 }
 
 bool AVPickerManager::isAudioRequestLimited()
@@ -236,11 +213,9 @@ bool AVPickerManager::isAudioRequestLimited()
     if (!noVideoStarted)
         return false;
     std::lock_guard<std::mutex> locker(runningMutex);
-    for (AVPicker *picker : qAsConst(runningPickers)) {
-        if (dynamic_cast<AudioPicker *>(picker))
-            return true;
-    }
-    return false;
+    return std::any_of(runningPickers.begin(), runningPickers.end(), [](const std::unique_ptr<AVPicker> &picker) {
+        return picker->kind() == PickerKind::Audio;
+    });
 }
 
 void AVPickerManager::startNextVideoRequest()
@@ -255,9 +230,9 @@ void AVPickerManager::startNextVideoRequest()
     QList<qint64> ids;
     for (const VideoThumbRequest &request : qAsConst(batch))
         ids.append(request.id);
-    VideoPicker *picker = getVideoPicker(batch.first().filePath);
+    std::unique_ptr<VideoPicker> picker = pickerFor<VideoPicker>(batch.first().filePath);
     picker->setRequest(std::move(batch));
-    startPicker(picker, false, ids);
+    startPicker(std::move(picker), ids);
 }
 
 void AVPickerManager::startNextAudioRequest()
@@ -269,88 +244,75 @@ void AVPickerManager::startNextAudioRequest()
             return;
         request = audioRequests.takeFirst();
     }
-    AudioPicker *picker = getAudioPicker(request.sourcePath);
+    std::unique_ptr<AudioPicker> picker = pickerFor<AudioPicker>(request.sourcePath);
     picker->setRequest(request);
-    startPicker(picker, true, {request.id});
+    startPicker(std::move(picker), {request.id});
 }
 
-void AVPickerManager::startPicker(AVPicker *picker, bool audio, const QList<qint64> &requestIds)
+template <typename Picker>
+std::unique_ptr<Picker> AVPickerManager::pickerFor(const QString &filePath)
 {
-    picker->setAutoDelete(false);
-    picker->handOver();
-    notify({PickerEvent::Started, audio, picker->filePath(), requestIds});
+    constexpr PickerKind kind = std::is_same<Picker, AudioPicker>::value ? PickerKind::Audio : PickerKind::Video;
+    if (std::unique_ptr<AVPicker> idle = cache.take(kind, filePath))
+        return std::unique_ptr<Picker>(static_cast<Picker *>(idle.release()));
+    return std::make_unique<Picker>(filePath, static_cast<PickerHost *>(this));
+}
+
+void AVPickerManager::startPicker(std::unique_ptr<AVPicker> picker, const QList<qint64> &requestIds)
+{
+    AVPicker *runnable = picker.get();
+    runnable->setAutoDelete(false);
+    runnable->handOver();
+    notify(PickerEvent::Started, *runnable, requestIds);
     std::lock_guard<std::mutex> locker(runningMutex);
-    runningPickers.append(picker);
-    threadPool.start(picker, 0);
-}
-
-template <typename Kind>
-Kind *AVPickerManager::takeCachedPicker(const QString &filePath)
-{
-    std::lock_guard<std::mutex> locker(cacheMutex);
-    for (int i = 0; i < cachedPickers.size(); ++i) {
-        Kind *picker = dynamic_cast<Kind *>(cachedPickers.at(i));
-        if (picker && picker->filePath() == filePath) {
-            cachedPickers.removeAt(i);
-            return picker;
-        }
-    }
-    return nullptr;
-}
-
-VideoPicker *AVPickerManager::getVideoPicker(const QString &filePath)
-{
-    if (VideoPicker *picker = takeCachedPicker<VideoPicker>(filePath))
-        return picker;
-    return new VideoPicker(filePath, this);
-}
-
-AudioPicker *AVPickerManager::getAudioPicker(const QString &filePath)
-{
-    if (AudioPicker *picker = takeCachedPicker<AudioPicker>(filePath))
-        return picker;
-    return new AudioPicker(filePath, this);
+    runningPickers.push_back(std::move(picker));
+    pool.start(runnable, 0);
 }
 
 void AVPickerManager::recyclePicker(AVPicker *picker, bool reusable)
 {
-    notify({PickerEvent::Finished, dynamic_cast<AudioPicker *>(picker) != nullptr, picker->filePath(), {}});
+    notify(PickerEvent::Finished, *picker);
+    std::unique_ptr<AVPicker> owned;
     {
         std::lock_guard<std::mutex> locker(runningMutex);
-        runningPickers.removeOne(picker);
+        const auto found = std::find_if(runningPickers.begin(), runningPickers.end(),
+                                        [picker](const std::unique_ptr<AVPicker> &p) { return p.get() == picker; });
+        if (found != runningPickers.end()) {
+            owned = std::move(*found);
+            runningPickers.erase(found);
+        }
     }
-    if (!picker->isInterruptionRequested() && reusable) {
-        std::lock_guard<std::mutex> locker(cacheMutex);
-        cachedPickers.append(picker);
-    } else {
-        delete picker;
-    }
-    lastRecycleMs.store(clock.elapsed());
-    wakeScheduler();
+    release(std::move(owned), reusable);
+    lastRecycleMs.store(clock.nowMs());
+    wake.wake();
     recycles.fetch_add(1, std::memory_order_release);
+}
+
+void AVPickerManager::release(std::unique_ptr<AVPicker> picker, bool reusable)
+{
+    if (picker && reusable && !picker->isInterruptionRequested())
+        cache.put(std::move(picker));
 }
 
 void AVPickerManager::smartCleanCacheQueue()
 {
     const qint64 last = lastRecycleMs.load();
-    const qint64 sinceRecycle = last < 0 ? -1 : clock.elapsed() - last;
-    QList<AVPicker *> evicted;
-    {
-        std::lock_guard<std::mutex> locker(cacheMutex);
-        const int n = pickersToEvict(cachedPickers.size(), sinceRecycle);
-        evicted = cachedPickers.mid(0, n);
-        cachedPickers.erase(cachedPickers.begin(), cachedPickers.begin() + n);
-    }
-    qDeleteAll(evicted);
+    cache.dropOldest(pickersToEvict(cache.size(), last < 0 ? -1 : clock.nowMs() - last));
 }
 
-QStringList AVPickerManager::cachedPickerFiles() const
+void AVPickerManager::answerThumb(const VideoThumbRequest &request, const QImage &image)
 {
-    QStringList files;
-    std::lock_guard<std::mutex> locker(cacheMutex);
-    for (AVPicker *picker : cachedPickers)
-        files.append(picker->filePath());
-    return files;
+    emit pickedThumb(request, image);
+}
+
+void AVPickerManager::answerFreeze(const VideoThumbRequest &request, bool success)
+{
+    emit pickedFreeze(request, success);
+}
+
+void AVPickerManager::answerSample(const AudioSampleRequest &request, const QList<uint8_t> &samples, int piece)
+{
+    emit pickedSample(request, samples, piece);
 }
 
 void AVPickerManager::setPickerObserver(PickerObserver newObserver)
@@ -359,7 +321,7 @@ void AVPickerManager::setPickerObserver(PickerObserver newObserver)
     observer = std::move(newObserver);
 }
 
-void AVPickerManager::notify(const PickerEvent &event)
+void AVPickerManager::notify(PickerEvent::Kind kind, const AVPicker &picker, const QList<qint64> &requestIds)
 {
     PickerObserver current;
     {
@@ -367,7 +329,7 @@ void AVPickerManager::notify(const PickerEvent &event)
         current = observer;
     }
     if (current)
-        current(event);
+        current({kind, picker.kind() == PickerKind::Audio, picker.filePath(), requestIds});
 }
 
 } // namespace Veloran

@@ -1,10 +1,11 @@
 #pragma once
 
-#include "Common/WaitCondition.h"
 #include "Projects/Fetcher/AudioSampleRequest.h"
+#include "Projects/Fetcher/PickerCache.h"
+#include "Projects/Fetcher/PickerHost.h"
+#include "Projects/Fetcher/SchedulerWake.h"
 #include "Projects/Fetcher/VideoThumbRequest.h"
 
-#include <QElapsedTimer>
 #include <QImage>
 #include <QList>
 #include <QStringList>
@@ -15,39 +16,44 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-
-class QTimer;
+#include <vector>
 
 namespace Veloran {
 
-class AVPicker;
-class AudioPicker;
-class VideoPicker;
+class SchedulerClock;
 
 // The process-wide scheduler of the fetch service. Fetchers queue requests here; the
 // manager's own thread hands consecutive requests for one file to a per-file picker
-// on a private pool of about half the logical processors, keeps idle pickers (with
-// their opened files) for reuse, and broadcasts every result through its signals.
+// on a pool of about half the logical processors, keeps idle pickers (with their
+// opened files) for reuse, and broadcasts every result through its signals.
 //
+// The manager owns every picker it made: in the running list from the start to the
+// end of its run (also while it waits in the pool's queue), in the cache while idle.
 // Three mutexes guard the request queues, the running pickers and the picker cache;
 // no two of them are ever held at once. They are standard mutexes so that the thread
 // sanitizer sees every hand-over between the client, scheduler and pool threads.
-class AVPickerManager : public QThread
+class AVPickerManager : public QThread, private PickerHost
 {
     Q_OBJECT
 public:
     // Created and started on first use, lives until the process ends.
     static AVPickerManager *sharedInstance();
+
+    // A manager of its own, not started: scheduling by `clock` (the steady clock
+    // when null), running at most `maxConcurrent` pickers on `pool` (a pool of its
+    // own, `maxConcurrent` threads wide, when null). The pool must outlive it.
+    AVPickerManager(const SchedulerClock *clock, QThreadPool *pool, int maxConcurrent);
     ~AVPickerManager() override;
 
     // A single request; a burst of these wakes the scheduler once, 100 ms after the
-    // last one (the calling thread must run an event loop for that).
+    // last one.
     void requestVideo(const VideoThumbRequest &request, bool priority);
     // A block of requests, queued together; with `priority` before all waiting ones.
     void requestVideoList(QList<VideoThumbRequest> &&list, bool priority);
     void requestAudio(const AudioSampleRequest &request, bool priority);
 
-    // Empties both queues and drops pickers that were started but have not begun.
+    // Empties both queues and takes back the pickers still waiting in the pool;
+    // their requests are not answered. Running pickers go on.
     void clearRequests();
     // clearRequests(), interrupts the running pickers and empties the cache. The
     // scheduler keeps serving requests queued afterwards.
@@ -55,11 +61,10 @@ public:
     void cleanCache();
 
     // Called by a picker as the last step of its run, on the pool thread.
-    void recyclePicker(AVPicker *picker, bool reusable);
+    void recyclePicker(AVPicker *picker, bool reusable) override;
 
-    // Manager thread: the cached picker for the file, or a new one.
-    VideoPicker *getVideoPicker(const QString &filePath);
-    AudioPicker *getAudioPicker(const QString &filePath);
+    // For a clock that moves other than with time (tests): the scheduler reads it again.
+    void clockChanged();
 
     int maxConcurrent() const { return mMaxConcurrent; }
 
@@ -74,11 +79,13 @@ public:
     };
     using PickerObserver = std::function<void(const PickerEvent &)>;
     // Called on the manager thread as each picker is handed to the pool, and on the
-    // thread that ends a picker's run (or drops it unstarted). Empty to remove.
+    // thread that ends a picker's run (or takes it back unstarted). Empty to remove.
     void setPickerObserver(PickerObserver observer);
     // Files of the idle pickers, oldest first.
-    QStringList cachedPickerFiles() const;
-    int runningPickerCount() const { return runningCount(); }
+    QStringList cachedPickerFiles() const { return cache.files(); }
+    int runningPickerCount() const;
+    // Nothing queued and nothing running: every answer has been emitted.
+    bool isIdle() const;
 
 signals:
     void pickedThumb(Veloran::VideoThumbRequest request, QImage image);
@@ -89,48 +96,44 @@ protected:
     void run() override;
 
 private:
-    AVPickerManager();
     static std::unique_ptr<AVPickerManager> createAndStart();
 
-    void wakeDelay();
-    void wakeScheduler(bool flag = true);
+    void answerThumb(const VideoThumbRequest &request, const QImage &image) override;
+    void answerFreeze(const VideoThumbRequest &request, bool success) override;
+    void answerSample(const AudioSampleRequest &request, const QList<uint8_t> &samples, int piece) override;
+
+    qint64 nextRoundAt() const;
     void fillFreeSlots();
     bool isAudioRequestLimited();
     void startNextVideoRequest();
     void startNextAudioRequest();
-    void startPicker(AVPicker *picker, bool audio, const QList<qint64> &requestIds);
-    void dropUnstartedPickers();
+    void startPicker(std::unique_ptr<AVPicker> picker, const QList<qint64> &requestIds);
+    // The idle picker of that kind for the file, or a new one.
+    template <typename Picker>
+    std::unique_ptr<Picker> pickerFor(const QString &filePath);
+    // A picker whose run is over (or that never started): cached when it may serve
+    // again, destroyed otherwise.
+    void release(std::unique_ptr<AVPicker> picker, bool reusable);
     void smartCleanCacheQueue();
-    int runningCount() const;
-    void notify(const PickerEvent &event);
-
-    template <typename Kind>
-    Kind *takeCachedPicker(const QString &filePath);
+    void notify(PickerEvent::Kind kind, const AVPicker &picker, const QList<qint64> &requestIds = {});
 
     QList<VideoThumbRequest> videoRequests;
     QList<AudioSampleRequest> audioRequests;
-    QList<AVPicker *> cachedPickers;
-    QList<AVPicker *> runningPickers;
-    mutable std::mutex cacheMutex;
+    PickerCache cache;
+    std::vector<std::unique_ptr<AVPicker>> runningPickers;
     mutable std::mutex runningMutex;
     mutable std::mutex requestMutex;
-    QThreadPool threadPool;
-    WaitCondition waitCondition{true};
-    // Set by every wake. The wait condition forgets a wake that comes while the
-    // scheduler is busy (or not yet waiting at all, right after start); this flag
-    // remembers it, so that the scheduler goes round again instead of sleeping.
-    std::atomic_bool wakePending{false};
+    const SchedulerClock &clock;
+    QThreadPool ownPool;
+    QThreadPool &pool;
+    SchedulerWake wake;
     // Counts finished recycles; the destructor acquires it after the pool is done, so
     // that the sanitizer sees the pool threads' last touches before the teardown.
     std::atomic_int recycles{0};
-    int mMaxConcurrent = 0;
+    const int mMaxConcurrent;
     bool noVideoStarted = true;
-    QTimer *wakeTimer = nullptr;
-    std::once_flag wakeTimerOnce;
-    // Recycles happen on pool threads and the scheduler reads the age on its own, so
-    // the last recycle is kept as an atomic offset on a clock started at construction
+    // Recycles happen on pool threads and the scheduler reads the age on its own
     // (-1: none yet).
-    QElapsedTimer clock;
     std::atomic<qint64> lastRecycleMs{-1};
 
     mutable std::mutex observerMutex;

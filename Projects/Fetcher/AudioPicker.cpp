@@ -1,12 +1,11 @@
 #include "AudioPicker.h"
 
-#include "Projects/Fetcher/AVPickerManager.h"
+#include "Projects/Fetcher/PickerHost.h"
 #include "VeloranBaseEntry.h"
 #include "VeloranDec/AudioSource.h"
 #include "VeloranDec/IAudioFrame.h"
 
 #include <QElapsedTimer>
-#include <QThread>
 
 #include <algorithm>
 #include <atomic>
@@ -79,8 +78,8 @@ private:
 
 } // namespace
 
-AudioPicker::AudioPicker(const QString &filePath, AVPickerManager *manager)
-    : AVPicker(filePath, manager)
+AudioPicker::AudioPicker(const QString &filePath, PickerHost *host)
+    : AVPicker(PickerKind::Audio, filePath, host)
 {
 }
 
@@ -95,7 +94,7 @@ bool AudioPicker::ensureOpened()
 {
     if (mSource)
         return true;
-    mSource.reset(new AudioSource);
+    mSource = QSharedPointer<AudioSource>::create();
     if (!mSource->open(filePath(), AV_SAMPLE_FMT_U8, 1, -1, kSampleRate)) {
         mSource.reset();
         return false;
@@ -118,24 +117,25 @@ int AudioPicker::pieceQuota(int sampleCount, int done, int count, int index)
     return std::max(0, (sampleCount - done) / (count - index));
 }
 
-void AudioPicker::run()
+BasicObject *AudioPicker::source() const
 {
-    takeOver();
+    return mSource.data();
+}
+
+void AudioPicker::answerFailure()
+{
+    // One empty answer, so that the caller knows this request is over.
+    host()->answerSample(mRequest, QList<uint8_t>(), 0);
+}
+
+void AudioPicker::serve()
+{
     const int call = ++gsAudioRuns;
     VR_LOG << "[fetch samples_v2] execute. call count: " << call;
     QElapsedTimer elapsed;
     elapsed.start();
-
-    if (!ensureOpened()) {
-        // One empty answer, so that the caller knows this request is over.
-        emit manager()->pickedSample(mRequest, QList<uint8_t>(), 0);
-        manager()->recyclePicker(this, false);
-        return;
-    }
-    mSource->moveSelfToThread(QThread::currentThread());
     if (isInterruptionRequested()) {
         VR_LOG << "[fetch samples_v2] aborted.";
-        finishRun(true);
         return;
     }
 
@@ -149,13 +149,10 @@ void AudioPicker::run()
         mRequest.length = duration - mRequest.begin;
     }
 
-    if (!scan(mRequest.length)) {
-        finishRun(true);
-        return;
+    if (scan(mRequest.length)) {
+        VR_LOG << "[fetch samples_v2] finished total cost: " << elapsed.elapsed() << "ms "
+               << "call count(" << call << ")";
     }
-    VR_LOG << "[fetch samples_v2] finished total cost: " << elapsed.elapsed() << "ms "
-           << "call count(" << call << ")";
-    finishRun(true);
 }
 
 bool AudioPicker::scan(qint64 lengthMs)
@@ -199,16 +196,10 @@ bool AudioPicker::scan(qint64 lengthMs)
         // Frames that ran out early leave zeros: every piece holds its quota.
         while (values.size() < quota)
             values.append(0);
-        emit manager()->pickedSample(mRequest, values, i);
+        host()->answerSample(mRequest, values, i);
         done += quota;
     }
     return true;
-}
-
-void AudioPicker::finishRun(bool reusable)
-{
-    mSource->moveSelfToThread(nullptr);
-    manager()->recyclePicker(this, reusable);
 }
 
 } // namespace Veloran

@@ -16,12 +16,11 @@ class AudioSource;
 class AudioPicker : public AVPicker
 {
 public:
-    AudioPicker(const QString &filePath, AVPickerManager *manager);
+    AudioPicker(const QString &filePath, PickerHost *host);
     ~AudioPicker() override;
 
     void setRequest(const AudioSampleRequest &request);
-    bool ensureOpened();
-    void run() override;
+    bool ensureOpened() override;
 
     static constexpr int kSampleRate = 48000;
 
@@ -32,9 +31,12 @@ public:
     static int pieceQuota(int sampleCount, int done, int count, int index);
 
 private:
+    BasicObject *source() const override;
+    void serve() override;
+    void answerFailure() override;
+
     // Emits the pieces; false when interrupted.
     bool scan(qint64 lengthMs);
-    void finishRun(bool reusable);
 
     QSharedPointer<AudioSource> mSource;
     AudioSampleRequest mRequest;

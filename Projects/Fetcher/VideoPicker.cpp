@@ -1,14 +1,13 @@
 #include "VideoPicker.h"
 
 #include "Common/Stopwatch.h"
-#include "Projects/Fetcher/AVPickerManager.h"
+#include "Projects/Fetcher/PickerHost.h"
 #include "VeloranBaseEntry.h"
 #include "VeloranDec/IVideoFrame.h"
 #include "VeloranDec/StreamInfoUtils.h"
 #include "VeloranDec/VideoSource.h"
 
 #include <QImage>
-#include <QThread>
 #include <QTransform>
 
 #include <cmath>
@@ -21,8 +20,8 @@ constexpr int kOpenOutputWidth = 99;
 constexpr double kSquarePixelTolerance = 0.0001;
 } // namespace
 
-VideoPicker::VideoPicker(const QString &filePath, AVPickerManager *manager)
-    : AVPicker(filePath, manager)
+VideoPicker::VideoPicker(const QString &filePath, PickerHost *host)
+    : AVPicker(PickerKind::Video, filePath, host)
 {
 }
 
@@ -37,7 +36,7 @@ bool VideoPicker::ensureOpened()
 {
     if (mSource)
         return true;
-    mSource.reset(new VideoSource);
+    mSource = QSharedPointer<VideoSource>::create();
     if (!mSource->openVideo(filePath(), {AV_PIX_FMT_RGB24, AV_PIX_FMT_RGBA}, kOpenOutputWidth)) {
         mSource.reset();
         return false;
@@ -45,43 +44,38 @@ bool VideoPicker::ensureOpened()
     return true;
 }
 
-void VideoPicker::run()
+BasicObject *VideoPicker::source() const
 {
-    takeOver();
-    if (mRequests.isEmpty()) {
-        manager()->recyclePicker(this, false);
-        return;
-    }
-    if (!ensureOpened()) {
-        // Not cached: the next request for this file tries to open it again.
-        answerWithFailures();
-        mRequests.clear();
-        manager()->recyclePicker(this, false);
-        return;
-    }
-    mSource->moveSelfToThread(QThread::currentThread());
+    return mSource.data();
+}
 
+void VideoPicker::serve()
+{
     QTransform rotation;
     if (const int degrees = mSource->getRotation())
         rotation.rotate(degrees, Qt::ZAxis);
-
-    WorkGate *gate = VeloranBaseEntry()->workGate();
     for (const VideoThumbRequest &request : qAsConst(mRequests)) {
-        // The gate bounds decoding across the whole process; keep trying until a slot
-        // frees up or the run is interrupted.
-        bool admitted = false;
-        while (!(admitted = gate->tryAcquire(kGateTryMs)) && !isInterruptionRequested()) {
-        }
-        if (isInterruptionRequested()) {
-            if (admitted)
-                gate->release();
-            finishRun(true);
-            return;
-        }
+        if (!admitted())
+            break; // the rest of the batch goes unanswered
         answer(request, rotation);
-        gate->release();
+        VeloranBaseEntry()->workGate()->release();
     }
-    finishRun(true);
+    mRequests.clear();
+}
+
+bool VideoPicker::admitted()
+{
+    // The gate bounds decoding across the whole process; keep trying until a slot
+    // frees up or the run is interrupted.
+    WorkGate *gate = VeloranBaseEntry()->workGate();
+    bool entered = false;
+    while (!(entered = gate->tryAcquire(kGateTryMs)) && !isInterruptionRequested()) {
+    }
+    if (entered && isInterruptionRequested()) {
+        gate->release();
+        return false;
+    }
+    return entered;
 }
 
 void VideoPicker::answer(const VideoThumbRequest &request, const QTransform &rotation)
@@ -101,9 +95,9 @@ void VideoPicker::answer(const VideoThumbRequest &request, const QTransform &rot
 
     if (request.isFreezeFrame()) {
         const bool success = image.save(request.savePath);
-        emit manager()->pickedFreeze(request, success);
+        host()->answerFreeze(request, success);
     } else {
-        emit manager()->pickedThumb(request, image);
+        host()->answerThumb(request, image);
     }
 }
 
@@ -133,22 +127,15 @@ QImage VideoPicker::toImage(const IVideoFrame &frame, const QTransform &rotation
     return image.copy();
 }
 
-void VideoPicker::answerWithFailures()
+void VideoPicker::answerFailure()
 {
     for (const VideoThumbRequest &request : qAsConst(mRequests)) {
         if (request.isFreezeFrame())
-            emit manager()->pickedFreeze(request, false);
+            host()->answerFreeze(request, false);
         else
-            emit manager()->pickedThumb(request, QImage());
+            host()->answerThumb(request, QImage());
     }
-}
-
-void VideoPicker::finishRun(bool reusable)
-{
     mRequests.clear();
-    // The next run may happen on another pool thread.
-    mSource->moveSelfToThread(nullptr);
-    manager()->recyclePicker(this, reusable);
 }
 
 } // namespace Veloran

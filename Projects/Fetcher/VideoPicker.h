@@ -20,18 +20,21 @@ class VideoSource;
 class VideoPicker : public AVPicker
 {
 public:
-    VideoPicker(const QString &filePath, AVPickerManager *manager);
+    VideoPicker(const QString &filePath, PickerHost *host);
     ~VideoPicker() override;
 
     void setRequest(QList<VideoThumbRequest> &&requests);
-    bool ensureOpened();
-    void run() override;
+    bool ensureOpened() override;
 
 private:
+    BasicObject *source() const override;
+    void serve() override;
+    void answerFailure() override;
+
+    // Waits for the process-wide work gate; false when interrupted meanwhile.
+    bool admitted();
     void answer(const VideoThumbRequest &request, const QTransform &rotation);
     QImage toImage(const IVideoFrame &frame, const QTransform &rotation) const;
-    void answerWithFailures();
-    void finishRun(bool reusable);
 
     QSharedPointer<VideoSource> mSource;
     QList<VideoThumbRequest> mRequests;

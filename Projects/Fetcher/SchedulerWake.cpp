@@ -1,0 +1,57 @@
+#include "SchedulerWake.h"
+
+#include "Projects/Fetcher/SchedulerClock.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace Veloran {
+
+SchedulerWake::SchedulerWake(const SchedulerClock &clock)
+    : mClock(clock)
+{
+}
+
+void SchedulerWake::wake()
+{
+    {
+        std::lock_guard<std::mutex> locker(mMutex);
+        mPending = true;
+    }
+    mCondition.notify_one();
+}
+
+void SchedulerWake::wakeAfter(qint64 delayMs)
+{
+    {
+        std::lock_guard<std::mutex> locker(mMutex);
+        mDelayedAt = mClock.nowMs() + delayMs;
+    }
+    mCondition.notify_one();
+}
+
+void SchedulerWake::recheck()
+{
+    // Taken so that the sleeper is either before its check or inside its wait.
+    { std::lock_guard<std::mutex> locker(mMutex); }
+    mCondition.notify_one();
+}
+
+void SchedulerWake::sleepUntil(qint64 untilMs)
+{
+    std::unique_lock<std::mutex> locker(mMutex);
+    for (;;) {
+        const qint64 now = mClock.nowMs();
+        if (mDelayedAt >= 0 && now >= mDelayedAt) {
+            mDelayedAt = -1;
+            break;
+        }
+        if (mPending || now >= untilMs)
+            break;
+        const qint64 until = mDelayedAt >= 0 ? std::min(untilMs, mDelayedAt) : untilMs;
+        mCondition.wait_for(locker, std::chrono::milliseconds(until - now));
+    }
+    mPending = false;
+}
+
+} // namespace Veloran
