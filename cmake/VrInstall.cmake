@@ -41,8 +41,26 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/VrFetcherConfigVersion.cm
 install(FILES ${PROJECT_BINARY_DIR}/VrFetcherConfig.cmake ${PROJECT_BINARY_DIR}/VrFetcherConfigVersion.cmake
   DESTINATION ${VR_INSTALL_CMAKEDIR} COMPONENT Devel)
 
+# The pkg-config file finds the prefix from its own place (${pcfiledir}), so it stays
+# right whatever --prefix or DESTDIR the install is given. The library and include
+# directories are relative to the prefix unless they were configured as absolute paths.
+set(VR_INSTALL_PKGCONFIGDIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+if(IS_ABSOLUTE "${VR_INSTALL_PKGCONFIGDIR}")
+  set(VR_PC_PREFIX "${CMAKE_INSTALL_PREFIX}")
+else()
+  file(RELATIVE_PATH up /prefix/${VR_INSTALL_PKGCONFIGDIR} /prefix)
+  string(REGEX REPLACE "/$" "" up "${up}")
+  set(VR_PC_PREFIX "\${pcfiledir}/${up}")
+endif()
+foreach(kind LIBDIR INCLUDEDIR)
+  if(IS_ABSOLUTE "${CMAKE_INSTALL_${kind}}")
+    set(VR_PC_${kind} "${CMAKE_INSTALL_${kind}}")
+  else()
+    set(VR_PC_${kind} "\${prefix}/${CMAKE_INSTALL_${kind}}")
+  endif()
+endforeach()
 configure_file(${PROJECT_SOURCE_DIR}/cmake/vrfetcher.pc.in ${PROJECT_BINARY_DIR}/vrfetcher.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/vrfetcher.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Devel)
+install(FILES ${PROJECT_BINARY_DIR}/vrfetcher.pc DESTINATION ${VR_INSTALL_PKGCONFIGDIR} COMPONENT Devel)
 
 # API documentation, when Doxygen is available.
 find_package(Doxygen QUIET)
