@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Installs a built tree the way a packager would (a prefix chosen at install time,
 # different from the configured one, staged under DESTDIR) and uses it the way a host
-# project would: builds examples/consumer against the installed CMake package and,
-# separately, with nothing but pkg-config, and runs both. Also checks that the shared
-# library exports only the Veloran API and that no internal header is installed.
+# project would: compiles every installed header on its own, builds examples/consumer
+# against the installed CMake package and, separately, with nothing but pkg-config,
+# and runs both. Also checks that the shared library exports only the Veloran API and
+# that no internal header is installed.
 #   scripts/check-install.sh <build dir> <media file>
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -41,7 +42,8 @@ for internal in AVPickerManager AVPicker VideoPicker AudioPicker; do
 done
 
 echo "-- installed headers"
-for internal in AVPickerManager.h AVPicker.h VideoPicker.h AudioPicker.h AVFetcher.h; do
+for internal in AVPickerManager.h AVPicker.h VideoPicker.h AudioPicker.h AVFetcher.h SchedulingRules.h \
+                ReadDeadline.h VobChapterScan.h SpeedCurve.h JsonDuplicateKeys.h; do
   if find "$prefix/include" -name "$internal" | grep -q .; then
     echo "internal header $internal is installed" >&2
     exit 1
@@ -57,6 +59,16 @@ if [ "$pc_prefix" != "$prefix" ]; then
   exit 1
 fi
 pc_flags=$(pkg-config --cflags --libs vrfetcher)
+
+echo "-- every installed header compiles on its own"
+mkdir -p "$work/headers"
+(cd "$prefix/include/VrFetcher" && find . -name '*.h' -printf '%P\n') | while read -r header; do
+  echo "#include <$header>" > "$work/headers/${header//\//_}.cpp"
+done
+# shellcheck disable=SC2016 # expanded by the inner shell
+find "$work/headers" -name '*.cpp' -print0 \
+  | xargs -0 -P "$(nproc)" -I{} sh -c 'g++ -std=c++17 -fsyntax-only $1 "$2" || { echo "$2 does not compile alone" >&2; exit 255; }' \
+      sh "$(pkg-config --cflags vrfetcher)" {}
 
 echo "-- consumer example through the CMake package"
 cmake -S examples/consumer -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null

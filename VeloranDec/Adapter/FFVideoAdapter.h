@@ -1,8 +1,12 @@
 #pragma once
 
 #include "Common/BasicObject.h"
-#include "FFmpegJoint.h"
+#include "FFmpegJointPtrs.h"
 #include "vrfetcher_export.h"
+
+extern "C" {
+#include <libavutil/pixfmt.h>
+}
 
 namespace Veloran {
 
