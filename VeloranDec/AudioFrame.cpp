@@ -1,5 +1,7 @@
 #include "AudioFrame.h"
 
+#include "FFmpegJoint.h"
+
 #include <climits>
 #include <cstring>
 

@@ -1,5 +1,6 @@
 #include "VeloranDec/AudioSource.h"
 
+#include "FFmpegJoint.h"
 #include "VeloranDec/Adapter/FFAudioAdapter.h"
 #include "VeloranDec/AudioFrame.h"
 #include "VeloranDec/FFAudioStreamReader.h"

@@ -1,5 +1,6 @@
 #include "VeloranDec/FFAudioStreamReader.h"
 
+#include "FFmpegJoint.h"
 #include "VeloranDec/CAudioStreamInfo.h"
 #include "VeloranDec/FFDecoder.h"
 #include "VeloranDec/FFDemuxer.h"

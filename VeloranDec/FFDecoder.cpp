@@ -1,5 +1,6 @@
 #include "FFDecoder.h"
 
+#include "FFmpegJoint.h"
 #include "VeloranBaseEntry.h"
 
 extern "C" {

@@ -5,6 +5,9 @@
 
 #include <QString>
 
+struct AVCodec;
+struct AVSubtitle;
+
 namespace Veloran {
 
 /// FFmpeg's software decoder for one stream, video, audio or subtitle. Subtitle

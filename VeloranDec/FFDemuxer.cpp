@@ -1,8 +1,10 @@
 #include "FFDemuxer.h"
 
+#include "FFmpegJoint.h"
 #include "VeloranBaseEntry.h"
 #include "VeloranDec/FFVobDemuxer.h"
 #include "VeloranDec/QrcIOCallbacks.h"
+#include "VeloranDec/ReadDeadline.h"
 #include "VeloranDec/StreamInfoUtils.h"
 
 #include <QFile>
@@ -32,6 +34,7 @@ QString errorText(int code)
 
 FFDemuxer::FFDemuxer(QObject *parent)
     : BasicObject(parent)
+    , mDeadline(std::make_unique<ReadDeadline>())
 {
 }
 
@@ -48,8 +51,8 @@ bool FFDemuxer::open(const QString &path)
     if (path.isEmpty())
         return false;
 
-    const ReadDeadline::Scope deadline(mDeadline, kOpenDeadlineMs);
-    const AVIOInterruptCB interrupt = mDeadline.interruptCallback();
+    const ReadDeadline::Scope deadline(*mDeadline, kOpenDeadlineMs);
+    const AVIOInterruptCB interrupt = mDeadline->interruptCallback();
     int result = 0;
     if (path.at(0) != QLatin1Char(':')) {
         releaseFormatCtx();
@@ -91,7 +94,7 @@ int FFDemuxer::openResource()
     AVIOContext *io = avio_alloc_context(nullptr, 0, 0, mQrcFile, qrc_read_packet, nullptr, qrc_seek);
     if (!io)
         return AVERROR(ENOMEM);
-    const AVIOInterruptCB interrupt = mDeadline.interruptCallback();
+    const AVIOInterruptCB interrupt = mDeadline->interruptCallback();
     return openInputContext(mFormatCtx, nullptr, io, &interrupt);
 }
 
@@ -120,7 +123,7 @@ void FFDemuxer::seek(qint64 ms)
     if (!mFormatCtx)
         return;
     const qint64 t = containerTimeMs(ms);
-    const ReadDeadline::Scope deadline(mDeadline, kReadDeadlineMs);
+    const ReadDeadline::Scope deadline(*mDeadline, kReadDeadlineMs);
     avformat_flush(mFormatCtx.data());
     const int result = av_seek_frame(mFormatCtx.data(), -1, t * 1000, AVSEEK_FLAG_BACKWARD);
     if (result < 0)
@@ -132,7 +135,7 @@ void FFDemuxer::seekByStream(qint64 ms, int streamIndex)
     if (streamIndex < 0 || !mFormatCtx || streamIndex >= static_cast<int>(mFormatCtx->nb_streams))
         return;
     const qint64 t = containerTimeMs(ms);
-    const ReadDeadline::Scope deadline(mDeadline, kReadDeadlineMs);
+    const ReadDeadline::Scope deadline(*mDeadline, kReadDeadlineMs);
     avformat_flush(mFormatCtx.data());
     const qint64 target = av_rescale_q(t, AVRational {1, 1000}, mFormatCtx->streams[streamIndex]->time_base);
     const int result = av_seek_frame(mFormatCtx.data(), streamIndex, target, AVSEEK_FLAG_BACKWARD);
@@ -159,7 +162,7 @@ void FFDemuxer::seekByFilePos(qint64 bytePos)
 {
     if (!mFormatCtx)
         return;
-    const ReadDeadline::Scope deadline(mDeadline, kReadDeadlineMs);
+    const ReadDeadline::Scope deadline(*mDeadline, kReadDeadlineMs);
     avformat_flush(mFormatCtx.data());
     const int result = av_seek_frame(mFormatCtx.data(), -1, bytePos, AVSEEK_FLAG_BYTE);
     if (result < 0)
@@ -173,7 +176,7 @@ AVPacketPtr FFDemuxer::readPacket()
     AVPacketPtr packet = makeAVPacketPtr(av_packet_alloc());
     if (!packet)
         return {};
-    const ReadDeadline::Scope deadline(mDeadline, kReadDeadlineMs);
+    const ReadDeadline::Scope deadline(*mDeadline, kReadDeadlineMs);
     // An empty packet ends reading like end of file does.
     if (av_read_frame(mFormatCtx.data(), packet.data()) != 0 || packet->size < 1)
         return {};
@@ -184,7 +187,7 @@ AVPacketPtr FFDemuxer::readPacket(int streamIndex)
 {
     // One limit for the whole search: an endless source of other streams' packets
     // must not keep it going.
-    const ReadDeadline::Scope deadline(mDeadline, kReadDeadlineMs);
+    const ReadDeadline::Scope deadline(*mDeadline, kReadDeadlineMs);
     for (;;) {
         AVPacketPtr packet = readPacket();
         if (!packet || packet->stream_index == streamIndex)

@@ -1,19 +1,26 @@
 #pragma once
 
 #include "Common/BasicObject.h"
-#include "FFmpegJoint.h"
+#include "FFmpegJointPtrs.h"
 #include "VeloranDec/CAudioStreamInfo.h"
 #include "VeloranDec/CVideoStreamInfo.h"
 #include "VeloranDec/ContainerInfo.h"
-#include "VeloranDec/ReadDeadline.h"
 #include "vrfetcher_export.h"
 
 #include <QSharedPointer>
 #include <QString>
 
+#include <memory>
+
+extern "C" {
+#include <libavutil/avutil.h>
+}
+
 class QFile;
 
 namespace Veloran {
+
+class ReadDeadline;
 
 /// Opens one media file (or a file inside the Qt resources, paths starting with
 /// ":") and hands out its compressed packets; seeks by time, by stream time and by
@@ -92,7 +99,7 @@ private:
     QFile *mQrcFile = nullptr;
     QString mPath;
     // Limits every blocking call on the format context (see ReadDeadline).
-    ReadDeadline mDeadline;
+    const std::unique_ptr<ReadDeadline> mDeadline;
 };
 
 } // namespace Veloran

@@ -1,5 +1,6 @@
 #include "VeloranDec/FFStreamReader.h"
 
+#include "FFmpegJoint.h"
 #include "VeloranDec/FFDecoder.h"
 #include "VeloranDec/FFDemuxer.h"
 

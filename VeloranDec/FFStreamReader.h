@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Common/BasicObject.h"
-#include "FFmpegJoint.h"
+#include "FFmpegJointPtrs.h"
 #include "vrfetcher_export.h"
 
 #include <QSharedPointer>
@@ -11,7 +11,13 @@
 #include <list>
 #include <memory>
 
+extern "C" {
+#include <libavutil/avutil.h>
+}
+
 class QThread;
+struct AVBufferRef;
+struct AVStream;
 
 namespace Veloran {
 

@@ -1,5 +1,6 @@
 #include "VeloranDec/FFVideoStreamReader.h"
 
+#include "FFmpegJoint.h"
 #include "VeloranDec/CVideoStreamInfo.h"
 #include "VeloranDec/FFAudioStreamReader.h"
 #include "VeloranDec/FFDecoder.h"

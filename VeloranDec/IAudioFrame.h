@@ -1,6 +1,6 @@
 #pragma once
 
-#include "FFmpegJoint.h"
+#include "FFmpegJointPtrs.h"
 #include "vrfetcher_export.h"
 
 #include <QSharedPointer>

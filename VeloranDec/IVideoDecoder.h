@@ -1,8 +1,11 @@
 #pragma once
 
 #include "Common/BasicObject.h"
-#include "FFmpegJoint.h"
+#include "FFmpegJointPtrs.h"
 #include "vrfetcher_export.h"
+
+struct AVBufferRef;
+struct AVStream;
 
 namespace Veloran {
 

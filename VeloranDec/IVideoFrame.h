@@ -1,8 +1,6 @@
 #pragma once
 
-#include "FFmpegJoint.h"
-#include "Model/NLMapNode.h"
-#include "VeloranDec/CVideoStreamInfo.h"
+#include "FFmpegJointPtrs.h"
 #include "vrfetcher_export.h"
 
 #include <QList>
@@ -11,6 +9,10 @@
 #include <QVariantMap>
 
 namespace Veloran {
+
+class NLMapNode;
+using NLMapNodePtr = QSharedPointer<NLMapNode>;
+struct CVideoStreamInfo;
 
 /// A decoded picture with its time in milliseconds, the stream it came from and the
 /// timeline clip it shows. A wrapper without picture marks the end of a stream.

@@ -1,6 +1,7 @@
 #include "StreamInfoUtils.h"
 
 #include "Common/Helpers.h"
+#include "FFmpegJoint.h"
 #include "VeloranDec/FFDemuxer.h"
 
 extern "C" {

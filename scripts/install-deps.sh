@@ -7,6 +7,7 @@ packages=(
   cmake ninja-build g++ pkg-config file
   qtbase5-dev qtbase5-dev-tools libqt5remoteobjects5-dev
   libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libswresample-dev libavfilter-dev
+  libssl-dev openssl
   ffmpeg libimage-exiftool-perl
   clang libclang-rt-14-dev
 )

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FFmpegJointPtrs.h"
 #include "ffjoint_export.h"
 
 #include <QSharedPointer>
@@ -14,21 +15,11 @@ extern "C" {
 }
 
 /// \file
-/// FFmpeg objects live only inside these shared pointers. Each factory takes
+/// FFmpeg objects live only inside the shared pointers of FFmpegJointPtrs.h. Each factory takes
 /// ownership of the raw object (a null raw pointer gives a null shared pointer) and
 /// frees it with FFmpeg's matching call when the last reference goes. The pointers
 /// are as thread-safe as QSharedPointer; the FFmpeg objects themselves are not.
 namespace Veloran {
-
-using AVFramePtr = QSharedPointer<AVFrame>;                     ///< made by makeAVFramePtr()
-using AVPacketPtr = QSharedPointer<AVPacket>;                   ///< made by makeAVPacketPtr()
-using AVFormatContextPtr = QSharedPointer<AVFormatContext>;     ///< made by makeAVFormatContextPtr()
-using AVCodecContextPtr = QSharedPointer<AVCodecContext>;       ///< made by makeAVCodecContextPtr()
-using AVCodecParametersPtr = QSharedPointer<AVCodecParameters>; ///< made by makeAVCodecParametersPtr()
-using AVIOContextPtr = QSharedPointer<AVIOContext>;             ///< made by makeAVIOContextPtr()
-using SwsContextPtr = QSharedPointer<SwsContext>;               ///< made by makeSwsContextPtr()
-using SwrContextPtr = QSharedPointer<SwrContext>;               ///< made by makeSwrContextPtr()
-using AVFilterGraphPtr = QSharedPointer<AVFilterGraph>;         ///< made by makeAVFilterGraphPtr()
 
 /// Owns `frame`; freed with av_frame_free.
 FFJOINT_EXPORT AVFramePtr makeAVFramePtr(AVFrame *frame);

@@ -1,5 +1,6 @@
 #include "AudioPicker.h"
 
+#include "FFmpegJoint.h"
 #include "Projects/Fetcher/PickerHost.h"
 #include "VeloranBaseEntry.h"
 #include "VeloranDec/AudioSource.h"

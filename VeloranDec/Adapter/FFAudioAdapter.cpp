@@ -1,5 +1,6 @@
 #include "FFAudioAdapter.h"
 
+#include "FFmpegJoint.h"
 #include "VeloranBaseEntry.h"
 
 #include <QString>

@@ -1,5 +1,6 @@
 #include "FFVideoAdapter.h"
 
+#include "FFmpegJoint.h"
 #include "VeloranBaseEntry.h"
 #include "VeloranDec/Adapter/FFToneMapper.h"
 

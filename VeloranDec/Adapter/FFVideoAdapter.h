@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Common/BasicObject.h"
-#include "FFmpegJoint.h"
+#include "FFmpegJointPtrs.h"
 #include "VeloranDec/Adapter/FFColourDescription.h"
 #include "vrfetcher_export.h"
 

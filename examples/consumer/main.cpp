@@ -1,5 +1,8 @@
-// Asks an installed libVrFetcher for a few thumbnails and the waveform of a file,
-// and prints what arrives. Usage: vrfetcher-consumer <media file>
+// Asks an installed libVrFetcher for a few thumbnails and the waveform of a file and
+// prints what arrives; uses the AES codec and the render geometry on the way.
+// Usage: vrfetcher-consumer <media file>
+#include <Common/AesCodec.h>
+#include <Common/RenderGeometry.h>
 #include <Projects/Fetcher/IAVFetcher.h>
 
 #include <QCoreApplication>
@@ -17,12 +20,21 @@ int main(int argc, char *argv[])
     }
     const QString file = QString::fromLocal8Bit(argv[1]);
 
+    // The utilities: a string through the AES codec and back, and where a 4:3 frame
+    // lands on a 16:9 canvas with the bars left for a blurred background.
+    const QString sealed = Veloran::AesCodec::encryptString(QStringLiteral("hello"), QStringLiteral("passphrase"));
+    const QString opened = Veloran::AesCodec::decryptString(sealed, QStringLiteral("passphrase"));
+    std::printf("encrypted string %s decrypts to \"%s\"\n", qPrintable(sealed), qPrintable(opened));
+    const QRectF drawn = Veloran::RenderGeometry::fitRect({640, 480}, {1920, 1080}, QStringLiteral("aspect_fit"));
+    std::printf("4:3 fitted on 1920x1080 at x=%g width=%g with %d blur bars\n", drawn.x(), drawn.width(),
+                int(Veloran::RenderGeometry::blurAreas(drawn, {1920, 1080}).size()));
+    bool ok = opened == QLatin1String("hello") && drawn == QRectF(240, 0, 1440, 1080);
+
     QSharedPointer<Veloran::IAVFetcher> fetcher = Veloran::createAVFetcher();
 
     const QVector<qint64> times = {0, 1000, 2000};
     int thumbsLeft = times.size();
     int piecesLeft = 4;
-    bool ok = true;
 
     // Results arrive as queued signals on this thread, tagged with the request id.
     QObject::connect(fetcher.data(), &Veloran::IAVFetcher::videoThumb,

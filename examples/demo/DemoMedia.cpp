@@ -1,5 +1,6 @@
 #include "DemoMedia.h"
 
+#include <FFmpegJoint.h>
 #include <VeloranDec/AudioSource.h>
 #include <VeloranDec/VideoSource.h>
 

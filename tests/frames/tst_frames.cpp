@@ -2,10 +2,12 @@
 #include "LogCapture.h"
 #include "TestMedia.h"
 
+#include "FFmpegJoint.h"
 #include "Model/NLMapNode.h"
 #include "VeloranDec/Adapter/FFAudioAdapter.h"
 #include "VeloranDec/Adapter/FFVideoAdapter.h"
 #include "VeloranDec/AudioFrame.h"
+#include "VeloranDec/CVideoStreamInfo.h"
 #include "VeloranDec/VideoFrame.h"
 #include "VeloranDec/VideoSource.h"
 

@@ -1,5 +1,6 @@
 #include "ReaderTestKit.h"
 
+#include "FFmpegJoint.h"
 #include "TestMedia.h"
 
 #include <QFile>

@@ -1,3 +1,4 @@
+#include "FFmpegJoint.h"
 #include "LogCapture.h"
 #include "ReaderTestKit.h"
 #include "TestMedia.h"
