@@ -6,7 +6,7 @@ include(CMakePackageConfigHelpers)
 set(VR_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/VrFetcher)
 set(VR_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/VrFetcher)
 
-# Headers of internal machinery (the scheduler and its workers) stay out of the
+# Headers of internal machinery (the scheduler, its workers and the preview cache) stay out of the
 # installed tree; everything else in the module folders is public API.
 set(VR_PRIVATE_HEADERS
   Projects/Fetcher/AVFetcher.h
@@ -14,7 +14,8 @@ set(VR_PRIVATE_HEADERS
   Projects/Fetcher/AVPickerManager.h
   Projects/Fetcher/AudioPicker.h
   Projects/Fetcher/VideoPicker.h)
-file(GLOB VR_PRIVATE_EXTRA CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/Projects/Fetcher/*Scheduling*.h)
+file(GLOB VR_PRIVATE_EXTRA CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR}
+  ${PROJECT_SOURCE_DIR}/Projects/Fetcher/*Scheduling*.h ${PROJECT_SOURCE_DIR}/Projects/Fetcher/PreviewCache*.h)
 list(APPEND VR_PRIVATE_HEADERS ${VR_PRIVATE_EXTRA})
 
 foreach(dir Common Model VeloranDec VeloranDec/Adapter Projects/Fetcher)

@@ -1,6 +1,7 @@
 #include "AudioPicker.h"
 
 #include "Projects/Fetcher/AVPickerManager.h"
+#include "Projects/Fetcher/PreviewCache.h"
 #include "VeloranBaseEntry.h"
 #include "VeloranDec/AudioSource.h"
 #include "VeloranDec/IAudioFrame.h"
@@ -126,6 +127,13 @@ void AudioPicker::run()
     QElapsedTimer elapsed;
     elapsed.start();
 
+    // Peaks kept from an earlier run are answered without opening the file.
+    const AudioSampleRequest asked = mRequest;
+    if (const std::optional<CachedPeaks> cached = PreviewCache::shared().peaks(asked)) {
+        answer(*cached);
+        finishRun(true);
+        return;
+    }
     if (!ensureOpened()) {
         // One empty answer, so that the caller knows this request is over.
         emit manager()->pickedSample(mRequest, QList<uint8_t>(), 0);
@@ -149,16 +157,18 @@ void AudioPicker::run()
         mRequest.length = duration - mRequest.begin;
     }
 
-    if (!scan(mRequest.length)) {
+    CachedPeaks computed{mRequest.length, {}};
+    if (!scan(mRequest.length, computed.values)) {
         finishRun(true);
         return;
     }
+    PreviewCache::shared().storePeaks(asked, computed);
     VR_LOG << "[fetch samples_v2] finished total cost: " << elapsed.elapsed() << "ms "
            << "call count(" << call << ")";
     finishRun(true);
 }
 
-bool AudioPicker::scan(qint64 lengthMs)
+bool AudioPicker::scan(qint64 lengthMs, QList<uint8_t> &allValues)
 {
     SampleCursor cursor(*mSource, mSource->seekAndReadNextAdaptFrame(mRequest.begin, true));
     if (mRequest.count < 1)
@@ -200,14 +210,27 @@ bool AudioPicker::scan(qint64 lengthMs)
         while (values.size() < quota)
             values.append(0);
         emit manager()->pickedSample(mRequest, values, i);
+        allValues += values;
         done += quota;
     }
     return true;
 }
 
+void AudioPicker::answer(const CachedPeaks &peaks)
+{
+    mRequest.length = peaks.length;
+    int done = 0;
+    for (int i = 0; i < mRequest.count; ++i) {
+        const int quota = pieceQuota(mRequest.sampleCount, done, mRequest.count, i);
+        emit manager()->pickedSample(mRequest, peaks.values.mid(done, quota), i);
+        done += quota;
+    }
+}
+
 void AudioPicker::finishRun(bool reusable)
 {
-    mSource->moveSelfToThread(nullptr);
+    if (mSource)
+        mSource->moveSelfToThread(nullptr);
     manager()->recyclePicker(this, reusable);
 }
 

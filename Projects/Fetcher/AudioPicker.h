@@ -2,6 +2,7 @@
 
 #include "Projects/Fetcher/AVPicker.h"
 #include "Projects/Fetcher/AudioSampleRequest.h"
+#include "Projects/Fetcher/PreviewCacheEntry.h"
 
 #include <QSharedPointer>
 
@@ -32,8 +33,10 @@ public:
     static int pieceQuota(int sampleCount, int done, int count, int index);
 
 private:
-    // Emits the pieces; false when interrupted.
-    bool scan(qint64 lengthMs);
+    // Emits the pieces and appends their values to `allValues`; false when interrupted.
+    bool scan(qint64 lengthMs, QList<uint8_t> &allValues);
+    // Emits the pieces of peaks computed by an earlier run, as scan() made them.
+    void answer(const CachedPeaks &peaks);
     void finishRun(bool reusable);
 
     QSharedPointer<AudioSource> mSource;

@@ -2,6 +2,7 @@
 
 #include "Common/Stopwatch.h"
 #include "Projects/Fetcher/AVPickerManager.h"
+#include "Projects/Fetcher/PreviewCache.h"
 #include "VeloranBaseEntry.h"
 #include "VeloranDec/IVideoFrame.h"
 #include "VeloranDec/StreamInfoUtils.h"
@@ -11,7 +12,9 @@
 #include <QThread>
 #include <QTransform>
 
+#include <algorithm>
 #include <cmath>
+#include <functional>
 
 namespace Veloran {
 
@@ -52,6 +55,14 @@ void VideoPicker::run()
         manager()->recyclePicker(this, false);
         return;
     }
+    // Thumbnails kept from earlier runs; a batch found there whole never opens the file.
+    const QVector<QImage> cached = PreviewCache::shared().thumbnails(mRequests);
+    if (std::none_of(cached.cbegin(), cached.cend(), std::mem_fn(&QImage::isNull))) {
+        for (int i = 0; i < mRequests.size(); ++i)
+            emit manager()->pickedThumb(mRequests.at(i), cached.at(i));
+        finishRun(true);
+        return;
+    }
     if (!ensureOpened()) {
         // Not cached: the next request for this file tries to open it again.
         answerWithFailures();
@@ -66,7 +77,12 @@ void VideoPicker::run()
         rotation.rotate(degrees, Qt::ZAxis);
 
     WorkGate *gate = VeloranBaseEntry()->workGate();
-    for (const VideoThumbRequest &request : qAsConst(mRequests)) {
+    for (int i = 0; i < mRequests.size(); ++i) {
+        const VideoThumbRequest &request = mRequests.at(i);
+        if (!cached.at(i).isNull()) {
+            emit manager()->pickedThumb(request, cached.at(i));
+            continue;
+        }
         // The gate bounds decoding across the whole process; keep trying until a slot
         // frees up or the run is interrupted.
         bool admitted = false;
@@ -103,6 +119,8 @@ void VideoPicker::answer(const VideoThumbRequest &request, const QTransform &rot
         const bool success = image.save(request.savePath);
         emit manager()->pickedFreeze(request, success);
     } else {
+        // Stored first, so that a host that ends at its last answer still leaves it cached.
+        PreviewCache::shared().storeThumbnail(request, image);
         emit manager()->pickedThumb(request, image);
     }
 }
@@ -147,7 +165,8 @@ void VideoPicker::finishRun(bool reusable)
 {
     mRequests.clear();
     // The next run may happen on another pool thread.
-    mSource->moveSelfToThread(nullptr);
+    if (mSource)
+        mSource->moveSelfToThread(nullptr);
     manager()->recyclePicker(this, reusable);
 }
 
