@@ -2,6 +2,7 @@
 
 #include "Model/TimelineFiles.h"
 #include "Projects/Fetcher/AVPickerManager.h"
+#include "Projects/Fetcher/PreviewCache.h"
 
 #include <QFileInfo>
 
@@ -30,6 +31,16 @@ qint64 genRequestID()
 QSharedPointer<IAVFetcher> createAVFetcher()
 {
     return QSharedPointer<IAVFetcher>(new AVFetcher);
+}
+
+void IAVFetcher::setCacheDirectory(const QString &directory)
+{
+    PreviewCache::shared().setDirectory(directory);
+}
+
+void IAVFetcher::setCacheSizeLimit(qint64 bytes)
+{
+    PreviewCache::shared().setSizeLimit(bytes);
 }
 
 AVFetcher::AVFetcher()

@@ -39,6 +39,10 @@ void AVPicker::handOver()
 void AVPicker::run()
 {
     (void)mRuns.load(std::memory_order_acquire);
+    if (answerFromCache()) {
+        mHost->recyclePicker(this, true);
+        return;
+    }
     const bool opened = ensureOpened();
     if (opened) {
         // The next run may happen on another pool thread.

@@ -17,9 +17,10 @@ enum class PickerKind { Video, Audio };
 // back through the host's recyclePicker, caches it with its opened file or deletes
 // it. Once interrupted a picker is never reused, so the flag is never cleared.
 //
-// run() is fixed here: open the file (kept open across runs), serve the work with
-// the source on the running thread, or answer every request with a failure when the
-// file does not open; then, always last, hand the picker back.
+// run() is fixed here: answer the work from the preview cache when it holds all of
+// it (the file is then not opened), else open the file (kept open across runs), serve
+// the work with the source on the running thread, or answer every request with a
+// failure when the file does not open; then, always last, hand the picker back.
 class AVPicker : public QRunnable
 {
 public:
@@ -56,6 +57,9 @@ private:
     virtual void serve() = 0;
     // Answers the current work when the file does not open.
     virtual void answerFailure() = 0;
+    // Answers the whole of the current work from the preview cache; false, with nothing
+    // answered, when the cache does not hold all of it.
+    virtual bool answerFromCache() = 0;
 
     const PickerKind mKind;
     std::atomic_bool mInterrupted{false};

@@ -1,7 +1,9 @@
 #include "AudioPicker.h"
 
 #include "FFmpegJoint.h"
+#include "FFmpegJoint.h"
 #include "Projects/Fetcher/PickerHost.h"
+#include "Projects/Fetcher/PreviewCache.h"
 #include "VeloranBaseEntry.h"
 #include "VeloranDec/AudioSource.h"
 #include "VeloranDec/IAudioFrame.h"
@@ -129,6 +131,22 @@ void AudioPicker::answerFailure()
     host()->answerSample(mRequest, QList<uint8_t>(), 0);
 }
 
+bool AudioPicker::answerFromCache()
+{
+    const std::optional<CachedPeaks> cached = PreviewCache::shared().peaks(mRequest);
+    if (!cached)
+        return false;
+    // The pieces as scan() cut them.
+    mRequest.length = cached->length;
+    int done = 0;
+    for (int i = 0; i < mRequest.count; ++i) {
+        const int quota = pieceQuota(mRequest.sampleCount, done, mRequest.count, i);
+        host()->answerSample(mRequest, cached->values.mid(done, quota), i);
+        done += quota;
+    }
+    return true;
+}
+
 void AudioPicker::serve()
 {
     const int call = ++gsAudioRuns;
@@ -139,6 +157,7 @@ void AudioPicker::serve()
         VR_LOG << "[fetch samples_v2] aborted.";
         return;
     }
+    const AudioSampleRequest asked = mRequest; // the cache's key, before the length is cut
 
     VR_LOG << "---fetch--- begin = " << mRequest.begin << ",length = " << mRequest.length
            << ",sampleCount = " << mRequest.sampleCount << ",count = " << mRequest.count;
@@ -150,13 +169,15 @@ void AudioPicker::serve()
         mRequest.length = duration - mRequest.begin;
     }
 
-    if (scan(mRequest.length)) {
+    CachedPeaks computed{mRequest.length, {}};
+    if (scan(mRequest.length, computed.values)) {
+        PreviewCache::shared().storePeaks(asked, computed);
         VR_LOG << "[fetch samples_v2] finished total cost: " << elapsed.elapsed() << "ms "
                << "call count(" << call << ")";
     }
 }
 
-bool AudioPicker::scan(qint64 lengthMs)
+bool AudioPicker::scan(qint64 lengthMs, QList<uint8_t> &allValues)
 {
     SampleCursor cursor(*mSource, mSource->seekAndReadNextAdaptFrame(mRequest.begin, true));
     if (mRequest.count < 1)
@@ -197,6 +218,7 @@ bool AudioPicker::scan(qint64 lengthMs)
         // Frames that ran out early leave zeros: every piece holds its quota.
         while (values.size() < quota)
             values.append(0);
+        allValues += values;
         host()->answerSample(mRequest, values, i);
         done += quota;
     }

@@ -2,6 +2,7 @@
 
 #include "Projects/Fetcher/AVPicker.h"
 #include "Projects/Fetcher/AudioSampleRequest.h"
+#include "Projects/Fetcher/PreviewCacheEntry.h"
 
 #include <QSharedPointer>
 
@@ -34,9 +35,10 @@ private:
     BasicObject *source() const override;
     void serve() override;
     void answerFailure() override;
+    bool answerFromCache() override;
 
-    // Emits the pieces; false when interrupted.
-    bool scan(qint64 lengthMs);
+    // Emits the pieces and appends their values to `allValues`; false when interrupted.
+    bool scan(qint64 lengthMs, QList<uint8_t> &allValues);
 
     QSharedPointer<AudioSource> mSource;
     AudioSampleRequest mRequest;

@@ -28,6 +28,18 @@ class VRFETCHER_EXPORT IAVFetcher : public QObject
 public:
     using QObject::QObject;
 
+    /// Keeps the thumbnails and waveform peaks the service computes as files in
+    /// `directory` (made when missing) and answers later requests for the same
+    /// unchanged file with the same parameters from there: through the same signals,
+    /// ids and order, without decoding. A changed file (path, size, modification time)
+    /// is computed again; freeze frames are always computed. An empty path (the
+    /// default) turns the cache off. Process-wide like the scheduler: it applies to
+    /// every fetcher and to requests already queued. Several processes may share a folder.
+    static void setCacheDirectory(const QString &directory);
+    /// Bounds the cache folder to about `bytes`: past it the entries used longest ago
+    /// are removed. 0 (the default) sets no bound. Process-wide.
+    static void setCacheSizeLimit(qint64 bytes);
+
 public slots:
     /// One frame written to `savePath` (the image format follows its suffix).
     /// `seekFlag` asks for the frame shown at `time` (ms) rather than the key frame

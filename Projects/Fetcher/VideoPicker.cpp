@@ -2,6 +2,7 @@
 
 #include "Common/Stopwatch.h"
 #include "Projects/Fetcher/PickerHost.h"
+#include "Projects/Fetcher/PreviewCache.h"
 #include "VeloranBaseEntry.h"
 #include "VeloranDec/IVideoFrame.h"
 #include "VeloranDec/StreamInfoUtils.h"
@@ -10,7 +11,9 @@
 #include <QImage>
 #include <QTransform>
 
+#include <algorithm>
 #include <cmath>
+#include <functional>
 
 namespace Veloran {
 
@@ -54,13 +57,31 @@ void VideoPicker::serve()
     QTransform rotation;
     if (const int degrees = mSource->getRotation())
         rotation.rotate(degrees, Qt::ZAxis);
-    for (const VideoThumbRequest &request : qAsConst(mRequests)) {
+    for (int i = 0; i < mRequests.size(); ++i) {
+        const VideoThumbRequest &request = mRequests.at(i);
+        if (!mCached.value(i).isNull()) {
+            host()->answerThumb(request, mCached.at(i));
+            continue;
+        }
         if (!admitted())
             break; // the rest of the batch goes unanswered
         answer(request, rotation);
         VeloranBaseEntry()->workGate()->release();
     }
     mRequests.clear();
+    mCached.clear();
+}
+
+bool VideoPicker::answerFromCache()
+{
+    mCached = PreviewCache::shared().thumbnails(mRequests);
+    if (std::any_of(mCached.cbegin(), mCached.cend(), std::mem_fn(&QImage::isNull)))
+        return false; // serve() answers the hits in their place
+    for (int i = 0; i < mRequests.size(); ++i)
+        host()->answerThumb(mRequests.at(i), mCached.at(i));
+    mRequests.clear();
+    mCached.clear();
+    return true;
 }
 
 bool VideoPicker::admitted()
@@ -97,6 +118,8 @@ void VideoPicker::answer(const VideoThumbRequest &request, const QTransform &rot
         const bool success = image.save(request.savePath);
         host()->answerFreeze(request, success);
     } else {
+        // Stored first, so that a host that ends at its last answer still leaves it cached.
+        PreviewCache::shared().storeThumbnail(request, image);
         host()->answerThumb(request, image);
     }
 }
@@ -136,6 +159,7 @@ void VideoPicker::answerFailure()
             host()->answerThumb(request, QImage());
     }
     mRequests.clear();
+    mCached.clear();
 }
 
 } // namespace Veloran

@@ -4,7 +4,9 @@
 #include "Projects/Fetcher/VideoThumbRequest.h"
 
 #include <QList>
+#include <QImage>
 #include <QSharedPointer>
+#include <QVector>
 
 class QImage;
 class QTransform;
@@ -30,6 +32,7 @@ private:
     BasicObject *source() const override;
     void serve() override;
     void answerFailure() override;
+    bool answerFromCache() override;
 
     // Waits for the process-wide work gate; false when interrupted meanwhile.
     bool admitted();
@@ -38,6 +41,7 @@ private:
 
     QSharedPointer<VideoSource> mSource;
     QList<VideoThumbRequest> mRequests;
+    QVector<QImage> mCached; // the preview cache's image of each request; null where it has none
 };
 
 } // namespace Veloran
