@@ -11,9 +11,12 @@ struct EditCommand;
 /// A node of the timeline document tree: either a map node (a JSON object) or a list
 /// node (a JSON array of objects). Nodes are addressed by their string id.
 ///
-/// A tree has no locks: it is used by one thread at a time, and copies shared with
-/// other holders are separated by copy-on-write. Failures are silent (a missing target
-/// or bad JSON changes nothing or gives empty values).
+/// A tree has no locks: it is used by one thread at a time. Nodes are shared between
+/// trees and holders (copies of a tree, clip views, frames), and an edit changes no
+/// node it does not own: the node it goes through changes in place, every node on the
+/// way down to the target is replaced by an edited copy, so a node held elsewhere
+/// never changes and may be read on another thread meanwhile. Failures are silent (a
+/// missing target or bad JSON changes nothing or gives empty values).
 class VRFETCHER_EXPORT INode
 {
 public:
@@ -27,13 +30,19 @@ public:
     /// Null when no node has that id; `parent` may be null.
     virtual INode *findNode(const QString &id, INode **parent) = 0;
 
-    /// Applies `cmd` to its target below (or at) this node, copying the nodes on the
-    /// way so other holders of the same tree keep seeing the old document. The caller
-    /// passes the root and a null `parent`.
+    /// Applies `cmd` to its target below (or at) this node: this node changes in place,
+    /// the nodes below it on the way to the target are replaced by edited copies, so
+    /// other holders of them keep seeing the old document. A command that changes
+    /// nothing copies nothing. The caller passes the root; `parent` is not used.
     virtual void processCommand(const EditCommand &cmd, INode *parent) = 0;
 
     /// Makes this node's storage private and replaces every direct child by a deep clone.
     virtual void copyOnWrite() = 0;
+
+protected:
+    // What a command did within a subtree: it reached no node there, reached a node
+    // and left it as it was, or changed something.
+    enum class Edit { Missed, Unchanged, Changed };
 };
 
 } // namespace Veloran

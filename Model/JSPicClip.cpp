@@ -31,9 +31,12 @@ void JSPicClip::setZoom(double zoom)
     const NLMapNodePtr clip = node();
     if (!clip)
         return;
-    const NLMapNodePtr transformNode = clip->getMapNodeByKey(kTransformKey);
-    if (transformNode)
+    // The zoom goes to a copy of the transform: holders of the old one keep it as it is.
+    NLMapNodePtr transformNode = clip->getMapNodeByKey(kTransformKey);
+    if (transformNode) {
+        transformNode = transformNode->shallowCopy();
         transformNode->setValue(QStringLiteral("zoom"), zoom);
+    }
     // Stored back even when absent: a clip without transform gets a null node there.
     clip->setValue(kTransformKey, NLMapNode::wrap(transformNode));
 }

@@ -26,25 +26,8 @@ void NLListNode::resetList(const QVariantList &list)
 {
     QSharedPointer<QList<NLMapNodePtr>> fresh(new QList<NLMapNodePtr>);
     fresh->reserve(list.size());
-    for (const QVariant &element : list) {
-        const QVariantMap map = element.toMap();
-        const QString id = map.value(QStringLiteral("id")).toString();
-        NLMapNodePtr existing;
-        for (const NLMapNodePtr &current : qAsConst(*mNodes)) {
-            if (current->tagID() == id) {
-                existing = current;
-                break;
-            }
-        }
-        if (existing) {
-            // Keep the node others may hold; it takes the new values.
-            existing->mTimelineDir = mTimelineDir;
-            existing->resetNode(map);
-            fresh->append(existing);
-        } else {
-            fresh->append(NLMapNodePtr(new NLMapNode(map, mTimelineDir)));
-        }
-    }
+    for (const QVariant &element : list)
+        fresh->append(NLMapNodePtr(new NLMapNode(element.toMap(), mTimelineDir)));
     mNodes = fresh;
 }
 
@@ -66,57 +49,57 @@ INode *NLListNode::findNode(const QString &id, INode **parent)
     return nullptr;
 }
 
-void NLListNode::processCommand(const EditCommand &cmd, INode *parent)
+void NLListNode::processCommand(const EditCommand &cmd, INode *)
 {
-    if (cmd.targetID != mId) {
-        INode *node = findNode(cmd.targetID, &parent);
-        if (node)
-            node->processCommand(cmd, parent);
-        return;
-    }
-
-    if (!parent) {
-        applyEdit(cmd);
-        return;
-    }
-    // Copying the container replaces this list by a clone inside it. When the
-    // command came down from a map node the container had already been copied once,
-    // so `this` has just left the tree (and may be freed with the container's old
-    // map): the edit goes to the list the container holds now.
-    const NLListNodePtr keepAlive = sharedFromThis();
-    parent->copyOnWrite();
-    NLListNode *target = this;
-    if (auto *container = dynamic_cast<NLMapNode *>(parent)) {
-        if (const NLListNodePtr fresh = container->getListNodeByID(mId))
-            target = fresh.data();
-    }
-    target->applyEdit(cmd);
+    apply(cmd, [this] { return this; });
 }
 
-void NLListNode::applyEdit(const EditCommand &cmd)
+template <typename Writable>
+INode::Edit NLListNode::apply(const EditCommand &cmd, const Writable &writable) const
+{
+    if (cmd.targetID == mId)
+        return writable()->applyEdit(cmd) ? Edit::Changed : Edit::Unchanged;
+    for (int i = 0; i < mNodes->size(); ++i) {
+        NLMapNodePtr element;
+        const Edit edit = mNodes->at(i)->edited(cmd, &element);
+        if (edit == Edit::Missed)
+            continue;
+        if (edit == Edit::Changed)
+            (*writable()->mNodes)[i] = element;
+        return edit;
+    }
+    return Edit::Missed;
+}
+
+INode::Edit NLListNode::edited(const EditCommand &cmd, NLListNodePtr *copy) const
+{
+    return apply(cmd, [this, copy] {
+        *copy = shallowCopy();
+        return copy->data();
+    });
+}
+
+bool NLListNode::applyEdit(const EditCommand &cmd)
 {
     switch (cmd.kind) {
     case EditCommand::ResetList:
         resetList(jsonToVariantList(cmd.content));
-        break;
-    case EditCommand::AppendNode: {
-        NLMapNodePtr node(new NLMapNode(cmd.content));
-        node->setTimelineDir(mTimelineDir);
-        mNodes->append(node);
-        break;
-    }
+        return true;
+    case EditCommand::AppendNode:
+        mNodes->append(NLMapNodePtr(new NLMapNode(jsonToVariantMap(cmd.content), mTimelineDir)));
+        return true;
     case EditCommand::RemoveNode: {
-        const QString id = NLMapNode(cmd.content).tagID();
+        const QString id = jsonToVariantMap(cmd.content).value(QStringLiteral("id")).toString();
         for (int i = 0; i < mNodes->size(); ++i) {
             if (mNodes->at(i)->tagID() == id) {
                 mNodes->removeAt(i);
-                break;
+                return true;
             }
         }
-        break;
+        return false;
     }
     default:
-        break;
+        return false;
     }
 }
 
@@ -175,6 +158,13 @@ NLListNodePtr NLListNode::clone() const
     return copy;
 }
 
+NLListNodePtr NLListNode::shallowCopy() const
+{
+    NLListNodePtr copy(new NLListNode(mId, mTimelineDir, QVariantList()));
+    *copy->mNodes = *mNodes;
+    return copy;
+}
+
 QString NLListNode::timelineDir() const
 {
     return mTimelineDir;
@@ -182,9 +172,39 @@ QString NLListNode::timelineDir() const
 
 void NLListNode::setTimelineDir(const QString &dir)
 {
+    QList<NLMapNodePtr> elements;
+    place(dir, elementsPlacedIn(dir, &elements), elements);
+}
+
+bool NLListNode::elementsPlacedIn(const QString &dir, QList<NLMapNodePtr> *elements) const
+{
+    bool moved = false;
+    *elements = *mNodes;
+    for (int i = 0; i < elements->size(); ++i) {
+        if (const NLMapNodePtr copy = elements->at(i)->placedIn(dir)) {
+            (*elements)[i] = copy;
+            moved = true;
+        }
+    }
+    return moved;
+}
+
+NLListNodePtr NLListNode::placedIn(const QString &dir) const
+{
+    QList<NLMapNodePtr> elements;
+    const bool moved = elementsPlacedIn(dir, &elements);
+    if (!moved && mTimelineDir == dir)
+        return {};
+    const NLListNodePtr copy = shallowCopy();
+    copy->place(dir, moved, elements);
+    return copy;
+}
+
+void NLListNode::place(const QString &dir, bool moved, const QList<NLMapNodePtr> &elements)
+{
     mTimelineDir = dir;
-    for (const NLMapNodePtr &element : qAsConst(*mNodes))
-        element->setTimelineDir(dir);
+    if (moved)
+        mNodes.reset(new QList<NLMapNodePtr>(elements));
 }
 
 } // namespace Veloran

@@ -19,8 +19,8 @@ using NLListNodePtr = QSharedPointer<NLListNode>;
 
 /// A JSON array of the timeline document; its elements are map nodes. Its id is the
 /// id of the map node that holds it, "#" and the key it is stored under.
-/// Always held by an NLListNodePtr (edits need sharedFromThis()). No locks: one
-/// thread at a time per tree.
+/// No locks: one thread at a time per tree; its elements may be shared with other
+/// trees and holders, and edits copy them rather than change them (see INode).
 class VRFETCHER_EXPORT NLListNode : public INode, public QEnableSharedFromThis<NLListNode>
 {
 public:
@@ -37,13 +37,14 @@ public:
     void processCommand(const EditCommand &cmd, INode *parent) override;
     void copyOnWrite() override;
 
-    /// Rebuilds the elements from `list`, keeping the existing element of an id.
+    /// Rebuilds the elements from `list` as new nodes (the old elements stay as they
+    /// are for whoever holds them).
     void resetList(const QVariantList &list);
 
     /// The element with id `id`; null when none.
     NLMapNodePtr getNode(const QString &id) const;
-    /// The elements in order. The storage may be shared with copies: call
-    /// copyOnWrite() before changing it through the mutable overload.
+    /// The elements in order. Elements may be shared with other trees: replace an
+    /// element rather than change it through the mutable overload.
     QList<NLMapNodePtr> &nodeList();
     /// \overload
     const QList<NLMapNodePtr> &nodeList() const;
@@ -53,13 +54,24 @@ public:
 
     /// A deep copy: same id and directory, every element cloned.
     NLListNodePtr clone() const;
+    /// A new list with the same id, directory and elements (shared, not copied).
+    NLListNodePtr shallowCopy() const;
 
     /// The directory that relative paths below this list resolve against.
     QString timelineDir() const;
-    void setTimelineDir(const QString &dir); ///< also for every node below
+    /// Also for every node below; an element with another directory is replaced by a copy.
+    void setTimelineDir(const QString &dir);
 
 private:
-    void applyEdit(const EditCommand &cmd); // the list edits, on this list itself
+    // As NLMapNode::apply(), for a list.
+    template <typename Writable>
+    Edit apply(const EditCommand &cmd, const Writable &writable) const;
+    Edit edited(const EditCommand &cmd, NLListNodePtr *copy) const;
+    bool applyEdit(const EditCommand &cmd); // the list edits, on this list itself
+    // The elements with `dir` throughout; false when they have it already.
+    bool elementsPlacedIn(const QString &dir, QList<NLMapNodePtr> *elements) const;
+    NLListNodePtr placedIn(const QString &dir) const; // as NLMapNode::placedIn()
+    void place(const QString &dir, bool moved, const QList<NLMapNodePtr> &elements);
     friend class NLMapNode;
 
     QString mId;

@@ -87,9 +87,9 @@ void NLMapNode::propsChanged()
     mChildren.clear();
     for (auto it = mProps->cbegin(); it != mProps->cend(); ++it) {
         if (const NLMapNodePtr child = mapChild(it.value()))
-            mChildren.append(child.data());
+            mChildren.append({it.key(), child.data(), nullptr});
         else if (const NLListNodePtr list = listChild(it.value()))
-            mChildren.append(list.data());
+            mChildren.append({it.key(), nullptr, list.data()});
     }
 }
 
@@ -110,27 +110,10 @@ void NLMapNode::resetNode(const QVariantMap &map)
     QVariantMap fresh = map;
     for (auto it = fresh.begin(); it != fresh.end(); ++it) {
         const int type = it.value().userType();
-        if (type == QMetaType::QVariantList) {
-            const QVariantList elements = it.value().toList();
-            NLListNodePtr list = listChild(mProps->value(it.key()));
-            if (list) {
-                list->mTimelineDir = mTimelineDir;
-                list->resetList(elements);
-            } else {
-                list.reset(new NLListNode(id + QLatin1Char('#') + it.key(), mTimelineDir, elements));
-            }
-            it.value() = wrap(list);
-        } else if (type == QMetaType::QVariantMap) {
-            const QVariantMap childMap = it.value().toMap();
-            NLMapNodePtr child = mapChild(mProps->value(it.key()));
-            if (child) {
-                child->mTimelineDir = mTimelineDir;
-                child->resetNode(childMap);
-            } else {
-                child.reset(new NLMapNode(childMap, mTimelineDir));
-            }
-            it.value() = wrap(child);
-        }
+        if (type == QMetaType::QVariantList)
+            it.value() = wrap(NLListNodePtr(new NLListNode(id + QLatin1Char('#') + it.key(), mTimelineDir, it.value().toList())));
+        else if (type == QMetaType::QVariantMap)
+            it.value() = wrap(NLMapNodePtr(new NLMapNode(it.value().toMap(), mTimelineDir)));
     }
     mProps.reset(new QVariantMap(std::move(fresh)));
     propsChanged();
@@ -154,8 +137,9 @@ INode *NLMapNode::findNode(const QString &id, INode **parent)
     *parent = nullptr;
     if (id == mId)
         return this;
-    for (INode *child : qAsConst(mChildren)) {
-        if (INode *hit = child->findNode(id, parent)) {
+    for (const Child &child : qAsConst(mChildren)) {
+        INode *node = child.map ? static_cast<INode *>(child.map) : child.list;
+        if (INode *hit = node->findNode(id, parent)) {
             if (!*parent)
                 *parent = this;
             return hit;
@@ -164,27 +148,47 @@ INode *NLMapNode::findNode(const QString &id, INode **parent)
     return nullptr;
 }
 
-void NLMapNode::processCommand(const EditCommand &cmd, INode *parent)
+void NLMapNode::processCommand(const EditCommand &cmd, INode *)
 {
-    if (cmd.targetID != tagID()) {
-        INode *node = findNode(cmd.targetID, &parent);
-        if (parent) {
-            // The copy replaced the container's children: the first hit is stale.
-            parent->copyOnWrite();
-            node = findNode(cmd.targetID, &parent);
-        }
-        if (node)
-            node->processCommand(cmd, parent);
-        return;
-    }
+    apply(cmd, [this] { return this; });
+}
 
-    if (!parent)
-        copyOnWrite();
-    const QVariantMap map = jsonToVariantMap(cmd.content);
-    if (cmd.kind == EditCommand::ResetNode)
-        resetNode(map);
-    else if (cmd.kind == EditCommand::ModifyNode)
-        modifyNode(map);
+template <typename Writable>
+INode::Edit NLMapNode::apply(const EditCommand &cmd, const Writable &writable) const
+{
+    if (cmd.targetID == mId) {
+        if (cmd.kind == EditCommand::ResetNode)
+            writable()->resetNode(jsonToVariantMap(cmd.content));
+        else if (cmd.kind == EditCommand::ModifyNode)
+            writable()->modifyNode(jsonToVariantMap(cmd.content));
+        else
+            return Edit::Unchanged;
+        return Edit::Changed;
+    }
+    // The first child in key order that holds the target takes the command.
+    for (const Child &child : mChildren) {
+        NLMapNodePtr map;
+        NLListNodePtr list;
+        const Edit edit = child.map ? child.map->edited(cmd, &map) : child.list->edited(cmd, &list);
+        if (edit == Edit::Missed)
+            continue;
+        if (edit == Edit::Changed) {
+            const QString key = child.key; // `child` goes with the change
+            NLMapNode *node = writable();
+            node->mProps->insert(key, map ? wrap(map) : wrap(list));
+            node->propsChanged();
+        }
+        return edit;
+    }
+    return Edit::Missed;
+}
+
+INode::Edit NLMapNode::edited(const EditCommand &cmd, NLMapNodePtr *copy) const
+{
+    return apply(cmd, [this, copy] {
+        *copy = shallowCopy();
+        return copy->data();
+    });
 }
 
 void NLMapNode::copyOnWrite()
@@ -212,6 +216,15 @@ NLMapNodePtr NLMapNode::clone() const
         else if (const NLListNodePtr list = listChild(it.value()))
             it.value() = wrap(list->clone());
     }
+    copy->propsChanged();
+    return copy;
+}
+
+NLMapNodePtr NLMapNode::shallowCopy() const
+{
+    NLMapNodePtr copy(new NLMapNode);
+    copy->mTimelineDir = mTimelineDir;
+    *copy->mProps = *mProps;
     copy->propsChanged();
     return copy;
 }
@@ -355,13 +368,41 @@ QString NLMapNode::timelineDir() const
 
 void NLMapNode::setTimelineDir(const QString &dir)
 {
-    mTimelineDir = dir;
+    place(dir, childrenPlacedIn(dir));
+}
+
+QVariantMap NLMapNode::childrenPlacedIn(const QString &dir) const
+{
+    QVariantMap moved;
     for (auto it = mProps->cbegin(); it != mProps->cend(); ++it) {
-        if (const NLMapNodePtr child = mapChild(it.value()))
-            child->setTimelineDir(dir);
-        else if (const NLListNodePtr list = listChild(it.value()))
-            list->setTimelineDir(dir);
+        if (const NLMapNodePtr child = mapChild(it.value())) {
+            if (const NLMapNodePtr copy = child->placedIn(dir))
+                moved.insert(it.key(), wrap(copy));
+        } else if (const NLListNodePtr list = listChild(it.value())) {
+            if (const NLListNodePtr copy = list->placedIn(dir))
+                moved.insert(it.key(), wrap(copy));
+        }
     }
+    return moved;
+}
+
+NLMapNodePtr NLMapNode::placedIn(const QString &dir) const
+{
+    const QVariantMap moved = childrenPlacedIn(dir);
+    if (moved.isEmpty() && mTimelineDir == dir)
+        return {};
+    const NLMapNodePtr copy = shallowCopy();
+    copy->place(dir, moved);
+    return copy;
+}
+
+void NLMapNode::place(const QString &dir, const QVariantMap &movedChildren)
+{
+    mTimelineDir = dir;
+    if (movedChildren.isEmpty())
+        return;
+    mProps->insert(movedChildren);
+    propsChanged();
 }
 
 } // namespace Veloran

@@ -25,8 +25,9 @@ using NLListNodePtr = QSharedPointer<NLListNode>;
 /// that was an array holds an NLListNodePtr, every other value is a plain QVariant.
 ///
 /// A root (id "/") takes its timeline directory from "preview_param"/"timeline_dir";
-/// nodes below share it. No locks: a tree is used by one thread at a time, and copies
-/// held elsewhere are separated by copy-on-write. Bad JSON gives an empty node.
+/// nodes below share it. No locks: a tree is used by one thread at a time. Child nodes
+/// may be shared with other trees and holders; edits copy them rather than change
+/// them (see INode). Bad JSON gives an empty node.
 class VRFETCHER_EXPORT NLMapNode : public INode
 {
 public:
@@ -44,8 +45,9 @@ public:
     void processCommand(const EditCommand &cmd, INode *parent) override;
     void copyOnWrite() override;
 
-    /// Rebuilds the node from a plain map, reusing the existing child node of a key
-    /// so that pointers held elsewhere stay valid. Keys missing from `map` disappear.
+    /// Rebuilds the node from a plain map, nested maps and lists becoming new child
+    /// nodes (the old children stay as they are for whoever holds them). Keys missing
+    /// from `map` disappear.
     virtual void resetNode(const QVariantMap &map);
     /// Merges `map` into the properties; values are stored as given (no child nodes).
     virtual void modifyNode(const QVariantMap &map);
@@ -94,10 +96,13 @@ public:
 
     /// A deep copy: same properties and directory, every child node cloned.
     NLMapNodePtr clone() const;
+    /// A new node with the same properties and directory that shares the child nodes.
+    NLMapNodePtr shallowCopy() const;
 
     /// The directory that pathValue() resolves against.
     QString timelineDir() const;
-    /// Sets the directory of this node and of every node below it.
+    /// Sets the directory of this node and of every node below it; a node below that
+    /// has another directory is replaced by a copy that has this one.
     void setTimelineDir(const QString &dir);
 
     /// Child pointers inside a QVariant; null when the value holds something else.
@@ -119,6 +124,18 @@ private:
     NLMapNode(const QVariantMap &map, const QString &timelineDir);
     friend class NLListNode;
 
+    // Applies `cmd` at or below this node without changing this node: a change is made
+    // on writable(), this node itself or a copy of it, asked for only when needed.
+    template <typename Writable>
+    Edit apply(const EditCommand &cmd, const Writable &writable) const;
+    // apply() onto a copy of this node, left in `copy`.
+    Edit edited(const EditCommand &cmd, NLMapNodePtr *copy) const;
+    // Copies of the children that have, or hold a node that has, another directory.
+    QVariantMap childrenPlacedIn(const QString &dir) const;
+    // A copy of this node with `dir` throughout; null when it has it already.
+    NLMapNodePtr placedIn(const QString &dir) const;
+    void place(const QString &dir, const QVariantMap &movedChildren);
+
     // The entry of `key` when it holds a valid value, else null.
     const QVariant *entry(const QString &key) const;
     // To be called after every change of mProps: refreshes the cached id and the
@@ -128,7 +145,14 @@ private:
     QScopedPointer<QVariantMap> mProps;
     QString mTimelineDir;
     QString mId;                // props["id"] as a string
-    QVector<INode *> mChildren; // child nodes in key order, owned through mProps
+    // A child node, owned through mProps: a map or a list.
+    struct Child
+    {
+        QString key;
+        NLMapNode *map;
+        NLListNode *list;
+    };
+    QVector<Child> mChildren; // in key order
 };
 
 } // namespace Veloran

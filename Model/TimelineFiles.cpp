@@ -20,14 +20,10 @@ namespace Veloran {
 
 namespace {
 
-// Null for text that does not parse, and for objects with a repeated key: Qt's
-// parser would leak the value the repeat replaces.
+// Null for text that does not parse; a repeated key keeps its last value.
 QJsonDocument parseJson(const QString &json)
 {
-    const QByteArray utf8 = json.toUtf8();
-    if (jsonHasDuplicateKeys(utf8))
-        return {};
-    return QJsonDocument::fromJson(utf8);
+    return parseJsonKeepingLastValues(json.toUtf8());
 }
 
 // Registers each resource file once per process, by its absolute path: Qt maps the

@@ -53,10 +53,12 @@ void fuzzTimeline(const uint8_t *data, size_t size)
     const QList<QByteArray> chunks = QByteArray(reinterpret_cast<const char *>(data), static_cast<int>(size)).split('\0');
     const NLMapNodePtr root(new NLMapNode(QString::fromUtf8(chunks.first())));
 
-    // A deep copy taken before the edits must not see any of them.
+    // A deep copy, and a tree made from the root's properties (sharing its children),
+    // taken before the edits must not see any of them.
     const NLMapNodePtr before = root->clone();
+    const NLMapNodePtr shared(new NLMapNode(root->toMap()));
     const QString beforeJson = before->toJson();
-    VR_FUZZ_CHECK(root->toJson() == beforeJson, "a clone serialises like its source");
+    VR_FUZZ_CHECK(root->toJson() == beforeJson && shared->toJson() == beforeJson, "copies serialise like their source");
 
     for (int i = 1; i < chunks.size() && i <= 64; ++i) {
         const EditCommand command = commandFrom(chunks.at(i));
@@ -68,7 +70,7 @@ void fuzzTimeline(const uint8_t *data, size_t size)
         VR_FUZZ_CHECK(!target || targetId == command.targetID, "findNode returns the node with the id");
     }
 
-    VR_FUZZ_CHECK(before->toJson() == beforeJson, "edits leave an earlier deep copy unchanged");
+    VR_FUZZ_CHECK(before->toJson() == beforeJson && shared->toJson() == beforeJson, "edits leave earlier copies unchanged");
 
     readAll(root, 0);
     root->setTimelineDir(QStringLiteral("/timeline"));

@@ -11,6 +11,9 @@
 #include "Model/TimelineFiles.h"
 #include "VeloranBaseEntry.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QtTest>
 
 #include <atomic>
@@ -22,6 +25,10 @@
 #include <vector>
 
 #include <unistd.h>
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+#endif
 
 using namespace Veloran;
 
@@ -184,16 +191,50 @@ private Q_SLOTS:
         QTest::newRow("unclosed") << QStringLiteral("{\"a\": [1, 2");
         QTest::newRow("trailing") << QStringLiteral("{\"a\": 1} trailing");
         QTest::newRow("garbage") << QString::fromLatin1("\x01\x02\xff garbage");
-        // Qt's parser leaks what a repeated key replaces, so such text is refused.
-        QTest::newRow("repeated key") << QStringLiteral("{\"s\": [[]], \"s\": \"\"}");
-        QTest::newRow("repeated key in list") << QStringLiteral("[{\"a\": {}, \"a\": 1}]");
+        // A repeat does not hide what is wrong around it.
+        QTest::newRow("repeat after a bad member") << QStringLiteral("{\"a\": 1 x, \"a\": 2}");
+        QTest::newRow("repeat of a bad key") << QStringLiteral("{\"\\u12\": 1, \"\": 2}");
+        QTest::newRow("repeat in a bad value") << QStringLiteral("{\"a\": {\"b\": 1, \"b\": [}, \"a\": 2}");
     }
 
     void badJsonGivesEmptyContainers()
     {
         QFETCH(QString, json);
+        QVERIFY(QJsonDocument::fromJson(json.toUtf8()).isNull());
         QVERIFY(jsonToVariantMap(json).isEmpty());
         QVERIFY(jsonToVariantList(json).isEmpty());
+    }
+
+    void repeatedKeysKeepTheLastValue_data()
+    {
+        QTest::addColumn<QString>("json");
+        QTest::newRow("scalar") << QStringLiteral(R"({"a": 1, "b": 2, "a": 3})");
+        QTest::newRow("array replaced") << QStringLiteral(R"({"s": [[]], "s": ""})");
+        QTest::newRow("object replaced by array") << QStringLiteral(R"({"s": {"x": 1}, "t": 0, "s": [1]})");
+        QTest::newRow("three times") << QStringLiteral(R"({"a": [1], "a": {"b": 2}, "a": true})");
+        QTest::newRow("escaped spelling") << QStringLiteral("{\"\\u0061\": [1], \"a\": 2}");
+        QTest::newRow("nested object") << QStringLiteral(R"({"id": "/", "p": {"dir": "/x", "k": [], "dir": "/y"}})");
+        QTest::newRow("inside the replaced value") << QStringLiteral(R"({"a": {"b": [], "b": 1}, "a": {"c": {}, "c": 2}})");
+        QTest::newRow("deep in arrays") << QStringLiteral(R"({"t": [{"c": [{"id": "c1", "f": {}, "f": {"z": 1}}]}]})");
+        QTest::newRow("list of objects") << QStringLiteral(R"([{"a": {}, "a": 1}, {"a": 2}, [{"b": [], "b": null}]])");
+        QTest::newRow("keys in strings") << QStringLiteral("{\"a\": \"{\\\"a\\\": 1, \\\"a\\\": 2}\", \"a\": \"x,\\\"a\\\":\"}");
+    }
+
+    // Qt's own reading of these texts leaks what a repeat replaces; the reference is
+    // read with leak detection off.
+    void repeatedKeysKeepTheLastValue()
+    {
+        QFETCH(QString, json);
+        QJsonDocument reference;
+        {
+#if defined(__SANITIZE_ADDRESS__)
+            __lsan::ScopedDisabler leaksIgnored;
+#endif
+            reference = QJsonDocument::fromJson(json.toUtf8());
+        }
+        QVERIFY(!reference.isNull());
+        QCOMPARE(jsonToVariantMap(json), reference.object().toVariantMap());
+        QCOMPARE(jsonToVariantList(json), reference.array().toVariantList());
     }
 
     void timelineDirDotBecomesTheFilesFolder_data()

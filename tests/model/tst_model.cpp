@@ -1,4 +1,5 @@
 #include "LogCapture.h"
+#include "RandomTimeline.h"
 
 #include "Model/EditCommand.h"
 #include "Model/JSPicClip.h"
@@ -6,10 +7,12 @@
 #include "Model/NLListNode.h"
 #include "Model/NLMapNode.h"
 #include "Model/TimelineFiles.h"
+#include "VeloranDec/VideoFrame.h"
 
 #include <QtTest>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <random>
 
@@ -103,6 +106,88 @@ double integratePiece(double vp, double vq, double p, double q, double from, dou
     return to > from ? sum * h / 3.0 : 0.0;
 }
 
+// Every map node of a tree, in search order.
+void collect(const NLMapNodePtr &node, QList<NLMapNodePtr> &nodes)
+{
+    nodes << node;
+    for (const QVariant &value : node->toMap()) {
+        if (const NLMapNodePtr child = NLMapNode::mapChild(value))
+            collect(child, nodes);
+        else if (const NLListNodePtr list = NLMapNode::listChild(value))
+            for (const NLMapNodePtr &element : list->nodeList())
+                collect(element, nodes);
+    }
+}
+
+// What a holder of these nodes sees: their JSON and directories.
+QString look(const QVariant &json, const QList<NLMapNodePtr> &nodes)
+{
+    QStringList dirs;
+    for (const NLMapNodePtr &node : nodes)
+        dirs << node->timelineDir();
+    return variantMapToJson({{"json", json}, {"dirs", dirs}}, false);
+}
+
+QString look(const NLMapNodePtr &node)
+{
+    QList<NLMapNodePtr> nodes;
+    collect(node, nodes);
+    return look(node->toJsonMap(), nodes);
+}
+
+// What a renderer reads from a frame.
+QString look(const VideoFrame &frame)
+{
+    QVariantList filters;
+    for (const QVariantMap &filter : frame.filters())
+        filters << filter;
+    return variantMapToJson({{"transform", frame.transformMap()}, {"filters", filters}, {"alpha", frame.alpha()},
+                             {"path", JSBasicClip(frame.clipNode()).filePath()}}, false);
+}
+
+QSharedPointer<VideoFrame> frameOf(const NLMapNodePtr &clip)
+{
+    QSharedPointer<VideoFrame> frame(new VideoFrame(AVFramePtr(), 0));
+    frame->setPts(clip->int64Value("timeline_pos") + 700);
+    frame->setClipNode(clip);
+    return frame;
+}
+
+// A document edits go through: a map root or a list root.
+struct Tree
+{
+    NLMapNodePtr map;
+    NLListNodePtr list;
+
+    void send(const EditCommand &command) const
+    {
+        map ? map->processCommand(command, nullptr) : list->processCommand(command, nullptr);
+    }
+    void setTimelineDir(const QString &dir) const { map ? map->setTimelineDir(dir) : list->setTimelineDir(dir); }
+    Tree deepCopy() const { return {map ? map->clone() : NLMapNodePtr(), list ? list->clone() : NLListNodePtr()}; }
+    QStringList ids() const { return map ? RandomTimeline::ids(map) : RandomTimeline::ids(list); }
+    QList<NLMapNodePtr> mapNodes() const
+    {
+        QList<NLMapNodePtr> nodes;
+        if (map)
+            collect(map, nodes);
+        else
+            for (const NLMapNodePtr &element : list->nodeList())
+                collect(element, nodes);
+        return nodes;
+    }
+    QString look() const { return ::look(map ? QVariant(map->toJsonMap()) : QVariant(list->toJsonList()), mapNodes()); }
+};
+
+// Something that holds part of a document, how it looks and how it looked last.
+struct Holder
+{
+    QString name;
+    std::function<QString()> look;
+    QString shown;
+    int tree; // the index of the tree this holder is, or -1
+};
+
 } // namespace
 
 class TstModel : public QObject
@@ -164,7 +249,7 @@ private Q_SLOTS:
                  QStringLiteral("a"));
     }
 
-    void resetKeepsNodeIdentityAndModifyStoresPlainValues()
+    void resetBuildsNewNodesAndModifyStoresPlainValues()
     {
         const NLMapNodePtr root = makeRoot();
         const NLListNodePtr clips = mapAt(root, "t1")->getListNodeByID("t1#clips");
@@ -173,14 +258,14 @@ private Q_SLOTS:
         const NLMapNodePtr settings = root->getMapNodeByKey("settings");
         root->resetNode(jsonToVariantMap(R"({"id": "/", "preview_param": {"timeline_dir": "/other"},
           "tracks": [{"id": "t1", "clips": [{"id": "c3"}, {"id": "c1", "transform": {"id": "tr1", "zoom": 3}}]}]})"));
-        QVERIFY(mapAt(root, "t1")->getListNodeByID("t1#clips") == clips && clips->getNode("c1") == c1);
-        QCOMPARE(ids(clips.data()), QStringList({"c3", "c1"}));
-        QVERIFY(c1->getMapNodeByKey("transform") == transform && transform->floatValue("zoom") == 3.0f);
-        QCOMPARE(transform->timelineDir(), QStringLiteral("/other"));
-        QVERIFY(!c1->opStringValue("file_path").has_value());
-        // Keys missing from the new map go with their children; holders keep theirs.
-        QVERIFY(!root->getMapNodeByKey("settings"));
-        QCOMPARE(settings->intValue("level"), 2);
+        QCOMPARE(ids(listAt(root, "t1#clips")), QStringList({"c3", "c1"}));
+        QVERIFY(mapAt(root, "tr1")->floatValue("zoom") == 3.0f && mapAt(root, "tr1")->timelineDir() == "/other");
+        QVERIFY(!mapAt(root, "c1")->opStringValue("file_path").has_value());
+        QVERIFY(!root->getMapNodeByKey("settings")); // keys missing from the new map go with their children
+        // Holders of the old nodes keep them as they were.
+        QCOMPARE(ids(clips.data()), QStringList({"c1", "c2"}));
+        QVERIFY(transform->floatValue("zoom") == 1.0f && transform->timelineDir() == "/p");
+        QVERIFY(c1->stringValue("file_path") == "a.mp4" && settings->intValue("level") == 2);
 
         root->modifyNode(jsonToVariantMap(R"({"title": "renamed", "extra": {"id": "inner"}, "more": [{"id": "m"}]})"));
         QCOMPARE(root->stringValue("title"), QStringLiteral("renamed"));
@@ -199,37 +284,31 @@ private Q_SLOTS:
         QVERIFY(NLListNode("l", "/d", jsonToVariantList("not a list")).nodeList().isEmpty());
     }
 
-    void mapEditsCopyTheTargetAndLeaveOldHoldersAlone()
+    void mapEditsReachTheirTarget()
     {
         const NLMapNodePtr root = makeRoot();
-        const NLListNodePtr tracks = root->getListNodeByID("/#tracks");
         send(root, EditCommand::ModifyNode, "/", R"({"title": "renamed"})");
         QCOMPARE(root->stringValue("title"), QStringLiteral("renamed"));
-        QVERIFY(root->getListNodeByID("/#tracks") != tracks); // the root copied itself
 
-        // A target inside a list: the list (its container) is edited in place and holds
-        // the new clone; holders of the old clip still see the old values.
-        NLListNode *clips = listAt(root, "t1#clips");
+        // Below the root the path to the target is copied: holders of the old clip, and
+        // of the list that held it, keep seeing the old values.
+        const NLListNodePtr clips = mapAt(root, "t1")->getListNodeByID("t1#clips");
         const NLMapNodePtr oldC1 = clips->getNode("c1");
         send(root, EditCommand::ModifyNode, "c1", R"({"file_path": "new.mp4"})");
-        QCOMPARE(clips->getNode("c1")->pathValue("file_path"), QStringLiteral("/p/new.mp4"));
-        QCOMPARE(oldC1->stringValue("file_path"), QStringLiteral("a.mp4"));
-        // A target inside a map: likewise.
-        const NLMapNodePtr oldTransform = mapAt(root, "c1")->getMapNodeByKey("transform");
+        QCOMPARE(mapAt(root, "c1")->pathValue("file_path"), QStringLiteral("/p/new.mp4"));
+        QVERIFY(clips->getNode("c1") == oldC1 && oldC1->stringValue("file_path") == "a.mp4");
         send(root, EditCommand::ModifyNode, "tr1", R"({"zoom": 4})");
-        QCOMPARE(mapAt(root, "c1")->getMapNodeByKey("transform")->intValue("zoom"), 4);
-        QCOMPARE(oldTransform->intValue("zoom"), 1);
+        QCOMPARE(mapAt(root, "tr1")->intValue("zoom"), 4);
+        QCOMPARE(oldC1->getMapNodeByKey("transform")->intValue("zoom"), 1);
 
+        const NLListNodePtr tracks = root->getListNodeByID("/#tracks");
         send(root, EditCommand::ResetNode, "/", R"({"id": "/", "preview_param": {"timeline_dir": "/q"}, "tracks": [{"id": "t9"}]})");
         QVERIFY(root->timelineDir() == "/q" && !root->opStringValue("title").has_value());
         QCOMPARE(ids(listAt(root, "/#tracks")), QStringList({"t9"}));
         QCOMPARE(ids(tracks.data()), QStringList({"t1", "t2"}));
     }
 
-    // A list command for a list below a clip travels: the root copies the clip, finds
-    // the fresh list, and the list copies its container once more before editing. The
-    // edit must land in the list the tree holds after that second copy.
-    void listEditsReachTheTreeAndLeaveOldHoldersAlone()
+    void listEditsReachTheirTarget()
     {
         const NLMapNodePtr root = makeRoot();
         const NLListNodePtr oldSpeed = mapAt(root, "c1")->getListNodeByID("c1#variableSpeed");
@@ -249,22 +328,16 @@ private Q_SLOTS:
         send(root, EditCommand::RemoveNode, "t1#clips", R"({"id": "c1"})");
         QCOMPARE(ids(listAt(root, "t1#clips")), QStringList({"c2", "c1"}));
         QVERIFY(mapAt(root, "c1")->boolValue("copy"));
-        const NLListNodePtr oldTracks = root->getListNodeByID("/#tracks");
         send(root, EditCommand::RemoveNode, "/#tracks", R"({"id": "t1"})");
         QCOMPARE(ids(listAt(root, "/#tracks")), QStringList({"t2"}));
-        QCOMPARE(ids(oldTracks.data()), QStringList({"t1", "t2"}));
 
-        // A reset keeps the element of an id that stays; a list edits its own element
-        // without copying.
-        NLListNode *clips = listAt(root, "t2#clips");
-        clips->processCommand(EditCommand{EditCommand::ResetList, "t2#clips", R"([{"id": "k"}])"}, nullptr);
-        const NLMapNodePtr kept = clips->getNode("k");
-        clips->processCommand(EditCommand{EditCommand::ResetList, "t2#clips", R"([{"id": "k", "v": 1}, {"id": "n"}])"}, nullptr);
-        QCOMPARE(clips->getNode("k"), kept);
-        QCOMPARE(kept->intValue("v"), 1);
-        clips->processCommand(EditCommand{EditCommand::ModifyNode, "k", R"({"w": 5})"}, nullptr);
-        QCOMPARE(clips->getNode("k"), kept);
-        QCOMPARE(kept->intValue("w"), 5);
+        // A list as the root of the edit: it changes, its elements are copied.
+        const NLListNodePtr list(new NLListNode("l", "/d", jsonToVariantList(R"([{"id": "k", "v": 1}])")));
+        const NLMapNodePtr k = list->getNode("k");
+        list->processCommand(EditCommand{EditCommand::ModifyNode, "k", R"({"w": 5})"}, nullptr);
+        list->processCommand(EditCommand{EditCommand::AppendNode, "l", R"({"id": "n"})"}, nullptr);
+        QVERIFY(list->getNode("k")->intValue("w") == 5 && list->getNode("n")->timelineDir() == "/d");
+        QVERIFY(!k->opIntValue("w").has_value());
     }
 
     void badCommandsAreHarmless()
@@ -286,6 +359,114 @@ private Q_SLOTS:
         QVERIFY(mapAt(root, "c2")->boolValue("ok")); // still a working tree
     }
 
+    // Random documents and commands: an edit through one tree shows through no other
+    // holder (copies of the tree, a list-rooted tree over its tracks, views of its
+    // nodes, frames of its clips), and gives what it gives on an unshared copy.
+    void editsShowOnlyThroughTheirHolder_data()
+    {
+        QTest::addColumn<quint32>("seed");
+        for (quint32 seed = 1; seed <= 4; ++seed)
+            QTest::addRow("seed %u", seed) << seed;
+    }
+
+    void editsShowOnlyThroughTheirHolder()
+    {
+        QFETCH(quint32, seed);
+        RandomTimeline random(seed);
+        QList<Tree> trees;
+        QList<Holder> holders;
+        auto hold = [&](const QString &name, const std::function<QString()> &look, int tree) {
+            holders.append({name, look, look(), tree});
+        };
+        auto addTree = [&](const QString &name, const Tree &tree) {
+            trees << tree;
+            hold(name, [tree] { return tree.look(); }, trees.size() - 1);
+        };
+        addTree("root", {NLMapNodePtr(new NLMapNode(random.document())), {}});
+        addTree("copy of root", {NLMapNodePtr(new NLMapNode(trees[0].map->toMap())), {}});
+        addTree("list of tracks", {{}, NLListNodePtr(new NLListNode("/#tracks", "/p", trees[0].map->getListNodeByID("/#tracks")->toList()))});
+
+        for (int step = 0; step < 150; ++step) {
+            const int editor = random.random().bounded(trees.size());
+            const Tree tree = trees.at(editor);
+            QString what;
+            if (random.random().bounded(12) == 0) {
+                what = QStringLiteral("directory /d%1").arg(step);
+                tree.setTimelineDir(QStringLiteral("/d%1").arg(step));
+            } else {
+                const EditCommand command = random.command(tree.ids());
+                what = QStringLiteral("kind %1 for %2: %3").arg(command.kind).arg(command.targetID, command.content);
+                const Tree reference = tree.deepCopy();
+                reference.send(command);
+                tree.send(command);
+                QVERIFY2(tree.look() == reference.look(), qPrintable(what));
+            }
+            for (Holder &holder : holders) {
+                const QString now = holder.look();
+                QVERIFY2(holder.tree == editor || now == holder.shown,
+                         qPrintable(QStringLiteral("step %1 (%2, through tree %3) changed %4").arg(step).arg(what).arg(editor).arg(holder.name)));
+                holder.shown = now;
+            }
+
+            // New holders of what the edited tree holds now (its own root aside).
+            const QList<NLMapNodePtr> nodes = tree.mapNodes().mid(tree.map ? 1 : 0);
+            if (!nodes.isEmpty()) {
+                const NLMapNodePtr node = nodes.at(random.random().bounded(nodes.size()));
+                hold("view of " + node->tagID(), [node] { return look(node); }, -1);
+                if (node->getMapNodeByKey("transform")) {
+                    const QSharedPointer<VideoFrame> frame = frameOf(node);
+                    hold("frame of " + node->tagID(), [frame] { return look(*frame); }, -1);
+                }
+            }
+            if (tree.map && random.random().bounded(10) == 0)
+                addTree(QStringLiteral("copy %1").arg(step), {NLMapNodePtr(new NLMapNode(tree.map->toMap())), {}});
+            while (holders.size() > 40) {
+                const int drop = random.random().bounded(holders.size());
+                if (holders.at(drop).tree < 0)
+                    holders.removeAt(drop);
+            }
+        }
+    }
+
+    // Frames are read on a render thread while the document is edited: what they show
+    // never changes under them.
+    void framesReadOnAnotherThreadSeeNoEdit()
+    {
+        RandomTimeline random(11);
+        NLMapNodePtr root;
+        do
+            root.reset(new NLMapNode(random.document()));
+        while (RandomTimeline::clips(root).size() < 3);
+        QList<QSharedPointer<VideoFrame>> frames;
+        QStringList shown, clipIds;
+        for (const NLMapNodePtr &clip : RandomTimeline::clips(root)) {
+            frames << frameOf(clip);
+            shown << look(*frames.last());
+            clipIds << clip->tagID();
+        }
+        const QString before = root->toJson();
+
+        std::atomic<bool> stop{false};
+        std::atomic<int> reads{0}, changed{0};
+        QScopedPointer<QThread> reader(QThread::create([&] {
+            while (!stop.load()) {
+                for (int i = 0; i < frames.size(); ++i)
+                    changed += look(*frames.at(i)) != shown.at(i);
+                ++reads;
+            }
+        }));
+        reader->start();
+        for (int i = 0; i < 300 || reads.load() < 20; ++i) {
+            root->processCommand(random.clipCommand(clipIds.at(random.random().bounded(clipIds.size()))), nullptr);
+            if (i % 50 == 49)
+                root->setTimelineDir(QStringLiteral("/d%1").arg(i));
+        }
+        stop = true;
+        reader->wait();
+        QCOMPARE(changed.load(), 0);
+        QVERIFY(root->toJson() != before);
+    }
+
     void clipViewsReadValuesAndResolvePaths()
     {
         const JSVideoClip none;
@@ -304,8 +485,10 @@ private Q_SLOTS:
 
         // Zoom is set only on an existing transform.
         JSPicClip pic(video.node());
+        const NLMapNodePtr oldTransform = video.transform().node();
         pic.setZoom(2.5);
         QCOMPARE(mapAt(root, "tr")->opDoubleValue("zoom"), std::optional<double>(2.5));
+        QCOMPARE(oldTransform->intValue("zoom"), 1); // the transform was replaced by an edited copy
         JSPicClip plain(makeRoot(R"({"id": "c"})"));
         plain.setZoom(3.0);
         QVERIFY(!plain.transform().node() && !plain.node()->toJson().contains("zoom"));
