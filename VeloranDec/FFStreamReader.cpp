@@ -48,10 +48,19 @@ FFStreamReader::~FFStreamReader()
 bool FFStreamReader::openStream(const QString &path, AVMediaType type, int nth)
 {
     assertOwnThread();
-    mDemuxer = FFDemuxer::createDemuxer(path, false);
+    const QSharedPointer<FFDemuxer> demuxer = FFDemuxer::createDemuxer(path, false);
+    if (demuxer && demuxer->open(path))
+        return openStream(demuxer, type, nth);
+    close();
+    return false;
+}
+
+bool FFStreamReader::openStream(const QSharedPointer<FFDemuxer> &opened, AVMediaType type, int nth)
+{
+    assertOwnThread();
+    mDemuxer = opened;
     int index = -1;
-    if (mDemuxer && mDemuxer->open(path)) {
-        AVFormatContext *ctx = mDemuxer->formatCtx().data();
+    if (AVFormatContext *ctx = mDemuxer ? mDemuxer->formatCtx().data() : nullptr) {
         if (nth >= 0) {
             index = nthStreamOfType(ctx, type, nth);
         } else {
@@ -61,7 +70,7 @@ bool FFStreamReader::openStream(const QString &path, AVMediaType type, int nth)
                 index = nthStreamOfType(ctx, type, 0);
         }
     }
-    return openChosenStream(path, index);
+    return openChosenStream(mDemuxer ? mDemuxer->path() : QString(), index);
 }
 
 bool FFStreamReader::openStream(const QString &path, int streamIndex)

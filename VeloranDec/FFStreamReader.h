@@ -45,6 +45,11 @@ public:
     /// FFDemuxer::createDemuxer() picks. False, and closed, when the file does not
     /// open, has no such stream or its decoder does not open.
     bool openStream(const QString &path, AVMediaType type, int nth);
+    /// As openStream(path, type, nth) on a demuxer that is already open, shared with
+    /// its other users: the file is not opened again. Reading and seeking move the
+    /// shared demuxer for every user. False, and closed, for a null or closed
+    /// demuxer.
+    bool openStream(const QSharedPointer<FFDemuxer> &opened, AVMediaType type, int nth);
     /// Opens the stream with this container index, through a plain demuxer. False,
     /// and closed, when the file does not open, the index is out of range or the
     /// decoder does not open.

@@ -29,13 +29,17 @@ bool FFVideoStreamReader::openStream_D3D(const QString &, const QString &)
     return false;
 }
 
-void FFVideoStreamReader::ensureStreamInfo(const QString &path)
+void FFVideoStreamReader::ensureStreamInfo(const QString &)
 {
     mStreamInfo.reset();
     mStreamInfo = mDemuxer->videoStreamInfo(streamIndex());
-    // Video times count from the file's first audio sample.
+    // Video times count from the file's first audio sample. An audio reader on this
+    // reader's demuxer finds it without opening the file again: it reads from the
+    // start, as a fresh demuxer would. It leaves the demuxer where its own stream
+    // starts, so reading goes back to the start of the file.
     FFAudioStreamReader audio;
-    audio.openStream(path, AVMEDIA_TYPE_AUDIO, -1);
+    if (audio.openStream(mDemuxer, AVMEDIA_TYPE_AUDIO, -1))
+        seek(0);
     mStartTimeMs = audio.startTimeMs();
 }
 

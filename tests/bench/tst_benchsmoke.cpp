@@ -6,7 +6,8 @@
 #include <QProcess>
 #include <QtTest>
 
-// Runs the benchmark driver on a 2 s file and checks what it reports and writes.
+// Runs the benchmark drivers on a 2 s file (and a two-clip timeline) and checks what
+// they report and write.
 class TestBenchSmoke : public QObject
 {
     Q_OBJECT
@@ -18,11 +19,11 @@ private:
         QString out;
     };
 
-    static Run runDriver(const QStringList &arguments)
+    static Run runDriver(const QStringList &arguments, const QString &program = QStringLiteral(BENCH_FETCH_PATH))
     {
         QProcess process;
         process.setProcessChannelMode(QProcess::SeparateChannels);
-        process.start(QStringLiteral(BENCH_FETCH_PATH), arguments);
+        process.start(program, arguments);
         Run run;
         if (!process.waitForFinished(90000)) {
             process.kill();
@@ -116,6 +117,53 @@ private slots:
         for (int i = 1; i < values.size(); ++i)
             QVERIFY2(uint8_t(values[i]) >= 24 && uint8_t(values[i]) <= 40,
                      qPrintable(QString("value %1 = %2").arg(i).arg(uint8_t(values[i]))));
+    }
+
+    void timelineIsOpenedAndTimed()
+    {
+        // One clip with picture and sound, one with sound only.
+        const QString dir = TestMedia::scratchDir("bench-timeline");
+        const QString list = dir + "/timeline.list";
+        QFile listFile(list);
+        QVERIFY(listFile.open(QIODevice::WriteOnly));
+        listFile.write(QString("%1\tav\t2000\n%2\ta\t1000\n")
+                           .arg(TestMedia::path("bench-tiny.mp4"), TestMedia::path("bench-tiny.wav"))
+                           .toUtf8());
+        listFile.close();
+        const QString editor = QStringLiteral(BENCH_EDITOR_PATH);
+
+        const Run plan = runDriver({"plan", list}, editor);
+        QCOMPARE(plan.exitCode, 0);
+        QCOMPARE(plan.out, QString("%1\tav\t200,600,1000,1400,1800\t200\n%2\ta\t-\t100\n")
+                               .arg(TestMedia::path("bench-tiny.mp4"), TestMedia::path("bench-tiny.wav")));
+
+        const QString perClip = dir + "/clips.tsv";
+        const Run open = runDriver({"open", list, "--per-clip", perClip}, editor);
+        QCOMPARE(open.exitCode, 0);
+        QVERIFY2(open.out.startsWith("clips=2 video_clips=1 audio_clips=2 thumbs=5 null_thumbs=0 empty_waves=0\n"),
+                 qPrintable(open.out));
+        QVERIFY2(open.out.contains("\nfirst_thumb_ms median=") && open.out.contains(" peak_rss_kb="),
+                 qPrintable(open.out));
+        QFile clips(perClip);
+        QVERIFY(clips.open(QIODevice::ReadOnly));
+        const QStringList rows = QString::fromUtf8(clips.readAll()).split('\n', Qt::SkipEmptyParts);
+        QCOMPARE(rows.size(), 3);
+        // The picture clip has its thumbnails and its waveform; the sound clip only a waveform.
+        QVERIFY2(QRegularExpression("^0\t.*\t\\d+\t\\d+\t\\d+$").match(rows[1]).hasMatch(), qPrintable(rows[1]));
+        QVERIFY2(QRegularExpression("^1\t.*\t-1\t-1\t\\d+$").match(rows[2]).hasMatch(), qPrintable(rows[2]));
+
+        const Run phases = runDriver({"phases", list}, editor);
+        QCOMPARE(phases.exitCode, 0);
+        QVERIFY2(phases.out.contains("phase=seek_decode calls=5 ") && phases.out.contains("phase=audio_open calls=2 "),
+                 qPrintable(phases.out));
+
+        const Run hover = runDriver({"hover", TestMedia::path("bench-tiny.mp4"), "--duration", "2000", "--count", "3"},
+                                    editor);
+        QCOMPARE(hover.exitCode, 0);
+        QVERIFY2(hover.out.startsWith("hover near n=3 median=") && hover.out.contains("\nhover far n=3 median="),
+                 qPrintable(hover.out));
+
+        QCOMPARE(runDriver({"open", dir + "/no-such.list"}, editor).exitCode, 2);
     }
 
     void missingFileFailsInsteadOfHanging()

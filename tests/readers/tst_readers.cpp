@@ -108,6 +108,7 @@ private slots:
         QTest::addColumn<QString>("media");
         QTest::addColumn<bool>("seekable");
         QTest::newRow("audio 1.5 s after the video") << "readers-late.mkv" << true;
+        QTest::newRow("the same in MP4 with AAC") << "readers-late.mp4" << true;
         QTest::newRow("container clock from 1.4 s") << "readers-offset.mkv" << true;
         // A transport stream is searched by timestamp and lands between keyframes.
         QTest::newRow("transport stream") << "readers-offset.ts" << false;
