@@ -38,6 +38,13 @@ void FFVideoStreamReader::ensureStreamInfo(const QString &path)
     mStartTimeMs = audio.startTimeMs();
 }
 
+void FFVideoStreamReader::forgetStreamInfo()
+{
+    mStreamInfo.reset();
+    mStartTimeMs = 0;
+    mNextPtsMs = 0;
+}
+
 void FFVideoStreamReader::restartPrediction(long long ms)
 {
     mNextPtsMs = ms;
@@ -89,9 +96,9 @@ long long FFVideoStreamReader::toStreamTime(long long ms)
     return av_rescale_q(ms, AVRational {1, 1000}, getStream()->time_base);
 }
 
-QVector<AVFramePtr> FFVideoStreamReader::revertSeekAndReadFrame(long long ms, long long)
+QVector<AVFramePtr> FFVideoStreamReader::revertSeekAndReadFrame(long long ms, long long count)
 {
-    return readFramesBefore(ms);
+    return readFramesBefore(ms, count);
 }
 
 QSharedPointer<CVideoStreamInfo> FFVideoStreamReader::videoStreamInfo() const

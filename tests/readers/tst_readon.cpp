@@ -143,6 +143,12 @@ private slots:
             reader.seekAndReadNextFrame(times[n + 40], false);
             QCOMPARE(frameNumber(reader.seekAndReadNextFrame(times[n + 3], true).data()), n + 3);
         }
+        // Opening another file forgets the last frame of this one: the next read
+        // finds the other file's frame, although its index would allow reading on.
+        QCOMPARE(frameNumber(reader.seekAndReadNextFrame(100, true).data()), 2);
+        QVERIFY(reader.openStream(TestMedia::path("readers-wide.mp4"), AVMEDIA_TYPE_VIDEO, -1));
+        const AVFramePtr other = reader.seekAndReadNextFrame(200, true);
+        QVERIFY(other && other->width == 1920 && other->pts == 200);
     }
 
     // The long-GOP file has one key frame in its first 10 s: a run of targets through
