@@ -190,6 +190,12 @@ void *FFDecoder::hwDevice()
     return nullptr;
 }
 
+void FFDecoder::setSkipNonReference(bool skip)
+{
+    if (mCodecCtx)
+        mCodecCtx->skip_frame = skip ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
+}
+
 AVCodecContextPtr FFDecoder::codecContext() const
 {
     return mCodecCtx;

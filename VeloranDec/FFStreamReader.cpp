@@ -140,6 +140,11 @@ AVFramePtr FFStreamReader::decodeNextFrame()
                 return takeFirstFrame();
         }
         const AVPacketPtr packet = mDemuxer->readPacket(mStreamIndex);
+        const bool hidden = isHidden(packet);
+        // A frame nothing refers to that can never be shown is not worth a packet.
+        if (hidden && (packet->flags & AV_PKT_FLAG_DISPOSABLE))
+            continue;
+        mDecoder->setSkipNonReference(hidden);
         // A null packet drains the decoder at the end of the input (or after a read
         // error). The decoder keeps accepting the drain once it is at its end, so
         // a drain that yields nothing is the end of the stream. A packet the
@@ -156,6 +161,18 @@ AVFramePtr FFStreamReader::decodeNextFrame()
         if (!packet)
             return {};
     }
+}
+
+bool FFStreamReader::isHidden(const AVPacketPtr &packet)
+{
+    if (!packet || packet->pts == AV_NOPTS_VALUE || mHiddenBefore == AV_NOPTS_VALUE)
+        return false;
+    // The frame of the latest packet at or before the target is decoded and shown
+    // later than every earlier one: those are never the frame at the target.
+    const bool hidden = mLatestInTime != AV_NOPTS_VALUE && packet->pts < mLatestInTime;
+    if (packet->pts <= mHiddenBefore && (mLatestInTime == AV_NOPTS_VALUE || packet->pts > mLatestInTime))
+        mLatestInTime = packet->pts;
+    return hidden;
 }
 
 void FFStreamReader::receiveFrames()
@@ -200,6 +217,7 @@ void FFStreamReader::resetPosition(long long ms, bool byStream)
     assertOwnThread();
     mFrames.clear();
     remember({}, {});
+    mLatestInTime = AV_NOPTS_VALUE;
     if (byStream)
         mDemuxer->seekByStream(ms, mStreamIndex);
     else
@@ -220,6 +238,16 @@ void FFStreamReader::seekByStream(long long ms, bool)
 }
 
 AVFramePtr FFStreamReader::seekAndReadNextFrame(long long ms, bool accurate)
+{
+    // Frames of packets the decoder takes during the scan may be skipped, not
+    // those of later plain reads.
+    mHiddenBefore = accurate && mSkipsHiddenFrames ? streamTimeAtOrBefore(ms) : AV_NOPTS_VALUE;
+    AVFramePtr frame = scanTo(ms, accurate);
+    mHiddenBefore = AV_NOPTS_VALUE;
+    return frame;
+}
+
+AVFramePtr FFStreamReader::scanTo(long long ms, bool accurate)
 {
     const long long interval = getStream() ? frameIntervalsMs() : 0;
     // Reading on starts the scan below with the last frame returned held and the
@@ -300,6 +328,11 @@ bool FFStreamReader::readingOnIsCheaper(long long, long long)
 AVFramePtr FFStreamReader::frameAtTarget(const AVFramePtr &, long long)
 {
     return {};
+}
+
+long long FFStreamReader::streamTimeAtOrBefore(long long)
+{
+    return AV_NOPTS_VALUE;
 }
 
 bool FFStreamReader::seekBack(long long targetMs, long long firstPtsMs, int &attempt, long long &stepMs)

@@ -86,6 +86,12 @@ public:
     /// scan the frames in order with the same rule. Any other read or seek in
     /// between makes the next read seek.
     AVFramePtr seekAndReadNextFrame(long long ms, bool accurate);
+    /// Whether accurate reads leave undecoded the frames that cannot be the one at
+    /// the target: frames no other frame refers to (B-frames) starting before a
+    /// frame already sent to the decoder that lies at or before the target. On by
+    /// default; results are the same either way, only the work differs.
+    void setSkipsHiddenFrames(bool skip) { mSkipsHiddenFrames = skip; }
+
     /// One step back for an accurate seek that landed after the target: seeks to
     /// targetMs minus `stepMs` on attempt 1, minus 8 times `stepMs` but at least 1 s
     /// on attempt 2, minus 64 times `stepMs` but at least 5 s on attempt 3 (`stepMs`,
@@ -134,6 +140,10 @@ protected:
     /// Streams whose seeks are cheap keep this default: never.
     virtual bool readingOnIsCheaper(long long fromMs, long long toMs);
 
+    /// ms in the stream's own time base, rounded down; AV_NOPTS_VALUE when the
+    /// reader cannot tell, and then accurate reads decode every frame.
+    virtual long long streamTimeAtOrBefore(long long ms);
+
     /// Called once a stream is open, before openStream returns true.
     virtual void ensureStreamInfo(const QString &path) = 0;
     /// Called by close(): forget what ensureStreamInfo() learnt.
@@ -163,6 +173,8 @@ private:
     static constexpr DecodedTimes kNoTimes {AV_NOPTS_VALUE, AV_NOPTS_VALUE};
     AVFramePtr remember(AVFramePtr shown, AVFramePtr next, DecodedTimes nextTimes = kNoTimes);
     AVFramePtr takeFrameAfterShown();
+    bool isHidden(const AVPacketPtr &packet);
+    AVFramePtr scanTo(long long ms, bool accurate);
 
     // Decoded frames not handed out yet, oldest first.
     std::list<AVFramePtr> mFrames;
@@ -178,6 +190,11 @@ private:
     DecodedTimes mAfterShownTimes = kNoTimes;
     DecodedTimes mLastDecodedTimes = kNoTimes; // of the frame decodeNextFrameMs() gave last
     int mStreamIndex = -1;
+    // While an accurate read scans: its target in stream time, and the latest
+    // packet time sent since the last seek that lies at or before it.
+    bool mSkipsHiddenFrames = true;
+    long long mHiddenBefore = AV_NOPTS_VALUE;
+    long long mLatestInTime = AV_NOPTS_VALUE;
 };
 
 } // namespace Veloran

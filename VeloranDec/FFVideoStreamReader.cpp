@@ -88,12 +88,20 @@ bool FFVideoStreamReader::readingOnIsCheaper(long long fromMs, long long toMs)
     return keyFrame <= toStreamTime(fromMs);
 }
 
-long long FFVideoStreamReader::toStreamTime(long long ms)
+long long FFVideoStreamReader::toStreamTime(long long ms, AVRounding rounding)
 {
     // The inverse of resetPtsToMs(): back to the file's own time line.
     if (mStartTimeMs > 0)
         ms += mStartTimeMs;
-    return av_rescale_q(ms, AVRational {1, 1000}, getStream()->time_base);
+    return av_rescale_q_rnd(ms, AVRational {1, 1000}, getStream()->time_base, rounding);
+}
+
+long long FFVideoStreamReader::streamTimeAtOrBefore(long long ms)
+{
+    const AVFormatContextPtr ctx = mDemuxer ? mDemuxer->formatCtx() : AVFormatContextPtr();
+    if (!getStream() || !ctx || (ctx->iformat->flags & AVFMT_NOTIMESTAMPS))
+        return AV_NOPTS_VALUE;
+    return toStreamTime(ms, AV_ROUND_DOWN);
 }
 
 QVector<AVFramePtr> FFVideoStreamReader::revertSeekAndReadFrame(long long ms, long long count)

@@ -59,12 +59,13 @@ protected:
     /// second. Never for formats without timestamps, whose seeks restart the
     /// predicted times at the target.
     bool readingOnIsCheaper(long long fromMs, long long toMs) override;
+    long long streamTimeAtOrBefore(long long ms) override;
     void ensureStreamInfo(const QString &path) override;
     void forgetStreamInfo() override;
     void restartPrediction(long long ms) override;
 
 private:
-    long long toStreamTime(long long ms);
+    long long toStreamTime(long long ms, AVRounding rounding = AV_ROUND_NEAR_INF);
 
     long long mStartTimeMs = 0;
     QSharedPointer<CVideoStreamInfo> mStreamInfo;
