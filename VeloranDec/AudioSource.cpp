@@ -33,6 +33,7 @@ bool AudioSource::open(const QString &path, AVSampleFormat outFormat, int outCha
     mOutChannels = outChannels;
     mOutFormat = outFormat;
     mOutSampleRate = outSampleRate;
+    mCurrentFrame.reset();
 
     delete mReader;
     mReader = new FFAudioStreamReader;

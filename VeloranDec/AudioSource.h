@@ -49,11 +49,13 @@ public:
     /// end of the stream and when nothing is open.
     QSharedPointer<IAudioFrame> readNextAdaptFrame();
     /// The frame at ms, converted (see FFStreamReader::seekAndReadNextFrame() for
-    /// `accurate`); samples held back from before the seek are dropped. Empty when
-    /// no frame converts and when nothing is open.
+    /// `accurate`; an accurate read cuts the frame to begin with the sample at ms);
+    /// samples held back from before the seek are dropped. Empty when no frame
+    /// converts and when nothing is open.
     QSharedPointer<IAudioFrame> seekAndReadNextAdaptFrame(long long ms, bool accurate);
-    /// The frames just before ms, converted, nearest first; n is not used. Empty
-    /// when nothing lies before ms or nothing is open.
+    /// The frames starting before ms, converted, nearest first; at most n of them
+    /// (see FFStreamReader::readFramesBefore()). Empty when nothing lies before ms
+    /// or nothing is open.
     QVector<QSharedPointer<IAudioFrame>> revertSeekAndReadNextAdaptFrame(long long ms, long long n);
     /// The last frame read or sought; empty before the first.
     QSharedPointer<IAudioFrame> currentAdaptFrame();

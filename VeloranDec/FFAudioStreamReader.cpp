@@ -32,9 +32,45 @@ void FFAudioStreamReader::ensureStreamInfo(const QString &)
     // The first frame's time relative to the container start tells where the
     // audio begins; then reading starts again from the beginning.
     const AVFramePtr first = readNextFrame();
+    // Just timed: the prediction ends where the first frame does.
+    mFirstSample = first ? mNextPts - first->nb_samples : 0;
     seekByStream(0);
     if (first)
         mStartTimeMs += first->pts;
+}
+
+void FFAudioStreamReader::forgetStreamInfo()
+{
+    mStreamInfo.reset();
+    mStartTimeMs = -1;
+    mFirstSample = 0;
+    mNextPts = 0;
+}
+
+AVFramePtr FFAudioStreamReader::frameAtTarget(const AVFramePtr &frame, long long ms)
+{
+    // Just timed, the frame ends where the prediction stands now.
+    const long long end = mNextPts;
+    const long long target = mFirstSample + av_rescale_q(ms, kMilliseconds, sampleTimeBase());
+    if (frame->nb_samples < 1 || target >= end)
+        return {};
+    const long long skip = target - (end - frame->nb_samples);
+    if (skip <= 0)
+        return frame;
+    AVFramePtr cut = makeAVFramePtr(av_frame_alloc());
+    if (!cut)
+        return frame;
+    cut->format = frame->format;
+    cut->sample_rate = frame->sample_rate;
+    cut->nb_samples = frame->nb_samples - int(skip);
+    if (av_channel_layout_copy(&cut->ch_layout, &frame->ch_layout) < 0 || av_frame_get_buffer(cut.data(), 0) < 0
+        || av_frame_copy_props(cut.data(), frame.data()) < 0)
+        return frame;
+    av_samples_copy(cut->extended_data, frame->extended_data, 0, int(skip), cut->nb_samples,
+                    frame->ch_layout.nb_channels, AVSampleFormat(frame->format));
+    cut->pts = ms;
+    cut->best_effort_timestamp = ms;
+    return cut;
 }
 
 AVRational FFAudioStreamReader::sampleTimeBase()
@@ -80,9 +116,9 @@ long long FFAudioStreamReader::frameIntervalsMs()
     return static_cast<long long>(parameters->frame_size * 1000.0 / parameters->sample_rate);
 }
 
-QVector<AVFramePtr> FFAudioStreamReader::revertSeekAndReadFrame(long long ms, bool, long long)
+QVector<AVFramePtr> FFAudioStreamReader::revertSeekAndReadFrame(long long ms, bool, long long count)
 {
-    return readFramesBefore(ms);
+    return readFramesBefore(ms, count);
 }
 
 QSharedPointer<CAudioStreamInfo> FFAudioStreamReader::audioStreamInfo() const

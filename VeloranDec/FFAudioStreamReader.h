@@ -31,7 +31,9 @@ public:
     /// codec does not say; 0 when not open.
     long long frameIntervalsMs() override;
 
-    /// The frames just before ms in decoding order; flag and count are not used.
+    /// The frames starting before ms, in order, the last one covering the time
+    /// just before ms; at most `count` of them (see readFramesBefore()). The flag
+    /// is not used.
     QVector<AVFramePtr> revertSeekAndReadFrame(long long ms, bool flag, long long count);
 
     /// The open stream's description; null when not open.
@@ -41,12 +43,19 @@ public:
 
 protected:
     void ensureStreamInfo(const QString &path) override;
+    void forgetStreamInfo() override;
     void restartPrediction(long long ms) override;
+    /// The frame covering ms, cut to begin at the sample at ms (its time becomes ms);
+    /// null when the frame ends at or before ms.
+    AVFramePtr frameAtTarget(const AVFramePtr &frame, long long ms) override;
 
 private:
     AVRational sampleTimeBase();
 
     long long mStartTimeMs = -1;
+    // The first sample's exact time in samples: the origin of the times, without
+    // the rounding to milliseconds.
+    long long mFirstSample = 0;
     QSharedPointer<CAudioStreamInfo> mStreamInfo;
     long long mNextPts = 0; // in samples
 };

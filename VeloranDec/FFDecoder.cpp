@@ -93,6 +93,9 @@ bool FFDecoder::open(const AVStream *stream, int threads)
 
     if (par->codec_type == AVMEDIA_TYPE_SUBTITLE)
         prepareSubtitleContext(mCodecCtx.data(), stream->time_base, "UTF-8", FF_SUB_CHARENC_MODE_PRE_DECODER);
+    // Lets the decoder move the times of frames whose first samples it drops (the
+    // encoder delay of MP3 and AAC) along with the samples.
+    mCodecCtx->pkt_timebase = stream->time_base;
 
     const bool opened = openContext(decoder, par);
     if (par->codec_type == AVMEDIA_TYPE_VIDEO)
@@ -186,6 +189,12 @@ AVBufferRef *FFDecoder::hwFramesContext()
 void *FFDecoder::hwDevice()
 {
     return nullptr;
+}
+
+void FFDecoder::setSkipNonReference(bool skip)
+{
+    if (mCodecCtx)
+        mCodecCtx->skip_frame = skip ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
 }
 
 AVCodecContextPtr FFDecoder::codecContext() const

@@ -38,6 +38,9 @@ public:
     AVBufferRef *hwFramesContext() override;
     void *hwDevice() override;
 
+    /// Whether the next packets' frames that no other frame refers to are dropped
+    /// undecoded (AVDISCARD_NONREF); off after open().
+    void setSkipNonReference(bool skip);
     /// The codec context, shared; null before open() and after close().
     AVCodecContextPtr codecContext() const;
     /// The subtitle character set the context was opened with; empty otherwise.

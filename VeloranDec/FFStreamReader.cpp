@@ -7,14 +7,15 @@
 #include <QThread>
 
 #include <algorithm>
+#include <deque>
 
 namespace Veloran {
 
 namespace {
 
-// How often a backward read moves its boundary one frame back before giving up.
-// Real files need one or two steps (a seek landing exactly on the boundary).
-constexpr int kMaxStepsBack = 50;
+// The most decoded frames queued at once: a decoder that puts out more for one
+// packet keeps the rest until these are handed out.
+constexpr size_t kMostFramesQueued = 32;
 
 // How far an accurate seek that found no frame at all steps back first.
 constexpr long long kNothingFoundStepMs = 1000;
@@ -42,7 +43,7 @@ FFStreamReader::FFStreamReader(QObject *parent)
 
 FFStreamReader::~FFStreamReader()
 {
-    close();
+    dropStream();
 }
 
 bool FFStreamReader::openStream(const QString &path, AVMediaType type, int nth)
@@ -58,6 +59,7 @@ bool FFStreamReader::openStream(const QString &path, AVMediaType type, int nth)
 bool FFStreamReader::openStream(const QSharedPointer<FFDemuxer> &opened, AVMediaType type, int nth)
 {
     assertOwnThread();
+    close();
     mDemuxer = opened;
     int index = -1;
     if (AVFormatContext *ctx = mDemuxer ? mDemuxer->formatCtx().data() : nullptr) {
@@ -76,6 +78,7 @@ bool FFStreamReader::openStream(const QSharedPointer<FFDemuxer> &opened, AVMedia
 bool FFStreamReader::openStream(const QString &path, int streamIndex)
 {
     assertOwnThread();
+    close();
     mDemuxer = QSharedPointer<FFDemuxer>(new FFDemuxer);
     const bool opened = mDemuxer->open(path);
     return openChosenStream(path, opened ? streamIndex : -1);
@@ -83,7 +86,6 @@ bool FFStreamReader::openStream(const QString &path, int streamIndex)
 
 bool FFStreamReader::openChosenStream(const QString &path, int index)
 {
-    mFrames.clear();
     AVFormatContextPtr ctx = mDemuxer ? mDemuxer->formatCtx() : AVFormatContextPtr();
     if (ctx && index >= 0 && unsigned(index) < ctx->nb_streams) {
         mDecoder.reset(new FFDecoder);
@@ -99,6 +101,12 @@ bool FFStreamReader::openChosenStream(const QString &path, int index)
 
 void FFStreamReader::close()
 {
+    dropStream();
+    forgetStreamInfo();
+}
+
+void FFStreamReader::dropStream()
+{
     mDecoder.reset();
     mDemuxer.reset();
     mFrames.clear();
@@ -110,9 +118,21 @@ void FFStreamReader::close()
 AVFramePtr FFStreamReader::readNextRawFrame()
 {
     assertOwnThread();
+    const DecodedTimes times = mAfterShownTimes;
+    AVFramePtr frame = takeFrameAfterShown();
+    if (!frame)
+        return decodeNextFrame();
+    frame->pts = times.pts;
+    frame->best_effort_timestamp = times.bestEffort;
+    return frame;
+}
+
+AVFramePtr FFStreamReader::takeFrameAfterShown()
+{
     // The caller moves the decoder on: an accurate read must seek again.
+    AVFramePtr next = mFrameAfterShown;
     remember({}, {});
-    return decodeNextFrame();
+    return next;
 }
 
 AVFramePtr FFStreamReader::decodeNextFrame()
@@ -123,7 +143,18 @@ AVFramePtr FFStreamReader::decodeNextFrame()
         return takeFirstFrame();
 
     for (;;) {
+        // Frames the decoder still holds from the last packet come first.
+        if (mDecoder->couldRecv()) {
+            receiveFrames();
+            if (!mFrames.empty())
+                return takeFirstFrame();
+        }
         const AVPacketPtr packet = mDemuxer->readPacket(mStreamIndex);
+        const bool hidden = isHidden(packet);
+        // A frame nothing refers to that can never be shown is not worth a packet.
+        if (hidden && (packet->flags & AV_PKT_FLAG_DISPOSABLE))
+            continue;
+        mDecoder->setSkipNonReference(hidden);
         // A null packet drains the decoder at the end of the input (or after a read
         // error). The decoder keeps accepting the drain once it is at its end, so
         // a drain that yields nothing is the end of the stream. A packet the
@@ -134,12 +165,33 @@ AVFramePtr FFStreamReader::decodeNextFrame()
                 return {};
             continue;
         }
-        while (AVFramePtr frame = mDecoder->recvFrame())
-            mFrames.push_back(frame);
+        receiveFrames();
         if (!mFrames.empty())
             return takeFirstFrame();
         if (!packet)
             return {};
+    }
+}
+
+bool FFStreamReader::isHidden(const AVPacketPtr &packet)
+{
+    if (!packet || packet->pts == AV_NOPTS_VALUE || mHiddenBefore == AV_NOPTS_VALUE)
+        return false;
+    // The frame of the latest packet at or before the target is decoded and shown
+    // later than every earlier one: those are never the frame at the target.
+    const bool hidden = mLatestInTime != AV_NOPTS_VALUE && packet->pts < mLatestInTime;
+    if (packet->pts <= mHiddenBefore && (mLatestInTime == AV_NOPTS_VALUE || packet->pts > mLatestInTime))
+        mLatestInTime = packet->pts;
+    return hidden;
+}
+
+void FFStreamReader::receiveFrames()
+{
+    while (mFrames.size() < kMostFramesQueued) {
+        AVFramePtr frame = mDecoder->recvFrame();
+        if (!frame)
+            return;
+        mFrames.push_back(std::move(frame));
     }
 }
 
@@ -153,15 +205,18 @@ AVFramePtr FFStreamReader::takeFirstFrame()
 AVFramePtr FFStreamReader::readNextFrame()
 {
     assertOwnThread();
-    remember({}, {});
+    if (AVFramePtr next = takeFrameAfterShown())
+        return next;
     return decodeNextFrameMs();
 }
 
 AVFramePtr FFStreamReader::decodeNextFrameMs()
 {
     AVFramePtr frame = decodeNextFrame();
-    if (frame && getStream())
+    if (frame && getStream()) {
+        mLastDecodedTimes = {frame->pts, frame->best_effort_timestamp};
         resetPtsToMs(frame);
+    }
     return frame;
 }
 
@@ -172,6 +227,7 @@ void FFStreamReader::resetPosition(long long ms, bool byStream)
     assertOwnThread();
     mFrames.clear();
     remember({}, {});
+    mLatestInTime = AV_NOPTS_VALUE;
     if (byStream)
         mDemuxer->seekByStream(ms, mStreamIndex);
     else
@@ -193,16 +249,27 @@ void FFStreamReader::seekByStream(long long ms, bool)
 
 AVFramePtr FFStreamReader::seekAndReadNextFrame(long long ms, bool accurate)
 {
+    // Frames of packets the decoder takes during the scan may be skipped, not
+    // those of later plain reads.
+    mHiddenBefore = accurate && mSkipsHiddenFrames ? streamTimeAtOrBefore(ms) : AV_NOPTS_VALUE;
+    AVFramePtr frame = scanTo(ms, accurate);
+    mHiddenBefore = AV_NOPTS_VALUE;
+    return frame;
+}
+
+AVFramePtr FFStreamReader::scanTo(long long ms, bool accurate)
+{
     const long long interval = getStream() ? frameIntervalsMs() : 0;
     // Reading on starts the scan below with the last frame returned held and the
     // frame after it (when already read) next: exactly where the scan after a seek
-    // would stand once it got there, as every frame before lies more than one
-    // interval before the target.
+    // would stand once it got there.
     AVFramePtr held;
     AVFramePtr frame;
+    DecodedTimes frameTimes = kNoTimes;
     if (accurate && canReadOnTo(ms, interval)) {
         held = mShownFrame;
         frame = mFrameAfterShown;
+        frameTimes = mAfterShownTimes;
         remember({}, {});
     } else {
         // The frame at a time within the first frame is the first frame: seek to
@@ -212,8 +279,10 @@ AVFramePtr FFStreamReader::seekAndReadNextFrame(long long ms, bool accurate)
     int attempt = 1;
     long long step = 0;
     for (;; frame.reset()) {
-        if (!frame)
+        if (!frame) {
             frame = decodeNextFrameMs();
+            frameTimes = mLastDecodedTimes;
+        }
         if (!frame) {
             // Nothing decodable from the landing point to the end: the seek went
             // past the last key frame (formats seeking without an index guess
@@ -225,32 +294,36 @@ AVFramePtr FFStreamReader::seekAndReadNextFrame(long long ms, bool accurate)
         if (!accurate)
             return frame;
         const long long pts = frame->pts;
-        // The target lies between the held frame and this one: the held frame is
-        // the one on screen at the target.
-        if (held && pts > ms && held->pts <= ms)
-            return remember(held, frame);
-        // Landed after the target: try again from a bit earlier.
-        if (seekBack(ms, pts, attempt, step)) {
-            held.reset();
+        if (pts <= ms) {
+            // On screen at ms unless a later frame still starts in time: frames
+            // may be closer together than the nominal interval.
+            if (AVFramePtr shown = frameAtTarget(frame, ms))
+                return remember(shown, {});
+            held = frame;
             continue;
         }
-        if (pts > ms - interval) {
-            // A frame after the target (the step-backs ran out) is not a position
-            // to read on from.
-            return pts <= ms ? remember(frame, {}) : frame;
-        }
-        held = frame;
+        // The target lies between the held frame and this one: the held frame is
+        // the one on screen at the target.
+        if (held)
+            return remember(held, frame, frameTimes);
+        // Landed after the target: try again from a bit earlier.
+        if (seekBack(ms, pts, attempt, step))
+            continue;
+        // Every frame lies after the target (the step-backs ran out); not a
+        // position to read on from.
+        return frame;
     }
 }
 
 bool FFStreamReader::canReadOnTo(long long ms, long long interval)
 {
-    return mShownFrame && mShownFrame->pts == mShownPtsMs && interval > 0 && mShownPtsMs <= ms - interval
+    return mShownFrame && mShownFrame->pts == mShownPtsMs && interval > 0 && mShownPtsMs <= ms
            && readingOnIsCheaper(mShownPtsMs, ms);
 }
 
-AVFramePtr FFStreamReader::remember(AVFramePtr shown, AVFramePtr next)
+AVFramePtr FFStreamReader::remember(AVFramePtr shown, AVFramePtr next, DecodedTimes nextTimes)
 {
+    mAfterShownTimes = nextTimes;
     mShownFrame = shown;
     mShownPtsMs = shown ? shown->pts : 0;
     mFrameAfterShown = std::move(next);
@@ -260,6 +333,16 @@ AVFramePtr FFStreamReader::remember(AVFramePtr shown, AVFramePtr next)
 bool FFStreamReader::readingOnIsCheaper(long long, long long)
 {
     return false;
+}
+
+AVFramePtr FFStreamReader::frameAtTarget(const AVFramePtr &, long long)
+{
+    return {};
+}
+
+long long FFStreamReader::streamTimeAtOrBefore(long long)
+{
+    return AV_NOPTS_VALUE;
 }
 
 bool FFStreamReader::seekBack(long long targetMs, long long firstPtsMs, int &attempt, long long &stepMs)
@@ -288,31 +371,40 @@ bool FFStreamReader::seekBack(long long targetMs, long long firstPtsMs, int &att
     return true;
 }
 
-QVector<AVFramePtr> FFStreamReader::readFramesBefore(long long ms)
+QVector<AVFramePtr> FFStreamReader::readFramesBefore(long long ms, long long count)
 {
-    long long boundary = ms;
-    seek(boundary);
-    QVector<AVFramePtr> result;
-    int stepsBack = 0;
+    const size_t keep = count >= 1 ? size_t(std::min<long long>(count, kMostFramesBefore)) : kDefaultFramesBefore;
+    std::deque<AVFramePtr> kept;
+    int attempt = 1;
+    long long step = 0;
+    seek(ms);
     for (;;) {
-        AVFramePtr frame = readNextFrame();
-        if (!frame)
-            return result;
-        if (frame->pts < boundary) {
-            result.append(frame);
+        AVFramePtr frame = decodeNextFrameMs();
+        if (frame && frame->pts < ms) {
+            // Frames come in display order: the latest ones before ms are the ones kept.
+            kept.push_back(std::move(frame));
+            if (kept.size() > keep)
+                kept.pop_front();
             continue;
         }
-        if (!result.isEmpty())
-            return result;
-        // The seek landed at or after the boundary: move it one frame back. Files
-        // with broken timestamps (a wrapped clock claiming hours) land after every
-        // boundary; without a limit they would be stepped through frame by frame.
-        const long long interval = frameIntervalsMs();
-        boundary -= interval;
-        if (boundary < 0 || interval < 1 || ++stepsBack > kMaxStepsBack)
-            return result;
-        seek(boundary);
+        // The boundary stays at ms: only the position to decode from moves back.
+        if (!kept.empty() || !stepBackBefore(ms, frame ? frame->pts : ms + kNothingFoundStepMs, attempt, step))
+            break;
     }
+    return QVector<AVFramePtr>(kept.begin(), kept.end());
+}
+
+bool FFStreamReader::stepBackBefore(long long ms, long long firstPtsMs, int &attempt, long long &stepMs)
+{
+    // The frame shown just before ms is the one an accurate read at ms - 1 finds.
+    if (seekBack(ms - 1, firstPtsMs, attempt, stepMs))
+        return true;
+    // Steps back refuse times within the first frame: the start is the place to look.
+    if (attempt > 3 || ms <= 0 || firstPtsMs < ms)
+        return false;
+    resetPosition(0, false);
+    attempt = 4;
+    return true;
 }
 
 long long FFStreamReader::durationMs()

@@ -37,6 +37,11 @@ class VRFETCHER_EXPORT FFStreamReader : public BasicObject
 {
     Q_OBJECT
 public:
+    /// Frames a backward read returns when the caller names no count.
+    static constexpr int kDefaultFramesBefore = 8;
+    /// The most frames a backward read holds, whatever the caller asks for.
+    static constexpr int kMostFramesBefore = 32;
+
     /// Closes the stream.
     ~FFStreamReader() override;
 
@@ -54,7 +59,9 @@ public:
     /// and closed, when the file does not open, the index is out of range or the
     /// decoder does not open.
     bool openStream(const QString &path, int streamIndex);
-    /// Drops the decoder, the demuxer and the queued frames; safe to call twice.
+    /// Drops the decoder, the demuxer, the queued frames and everything known about
+    /// the stream; safe to call twice. Opening starts with it, so that nothing of an
+    /// earlier file carries over.
     void close();
 
     /// The next decoded frame, its timestamps untouched; empty at the end of the
@@ -76,18 +83,26 @@ public:
     /// As seek(), but the demuxer seeks in this stream's own time.
     void seekByStream(long long ms, bool flag = false);
 
-    /// With accurate, the frame shown at ms (the last one starting at or before it),
-    /// stepping the seek back up to three times (see seekBack()) when it lands after
-    /// ms or finds no frame at all; a time within the first frame interval seeks to
-    /// the start. Otherwise the first frame after the seek. Empty when no frame
-    /// could be read.
+    /// With accurate, the frame shown at ms: the last one starting at or before it,
+    /// whatever the spacing of the frames (the frame after it is read to see whether
+    /// it still starts in time, unless frameAtTarget() can tell without). The seek
+    /// steps back up to three times (see seekBack()) when it lands after ms or finds
+    /// no frame at all; a time within the first frame interval seeks to the start.
+    /// When every frame lies after ms, the first one after the last step back.
+    /// Otherwise the first frame after the seek. Empty when no frame could be read.
     ///
-    /// An accurate read whose target lies at least one frame after the frame the
-    /// previous accurate read returned may read on from there instead of seeking,
-    /// when readingOnIsCheaper() says so. It returns the same frame the seek would:
-    /// both scan the frames in order with the same rule. Any other read or seek in
+    /// An accurate read whose target lies at or after the frame the previous accurate
+    /// read returned may read on from there instead of seeking, when
+    /// readingOnIsCheaper() says so. It returns the same frame the seek would: both
+    /// scan the frames in order with the same rule. Any other read or seek in
     /// between makes the next read seek.
     AVFramePtr seekAndReadNextFrame(long long ms, bool accurate);
+    /// Whether accurate reads leave undecoded the frames that cannot be the one at
+    /// the target: frames no other frame refers to (B-frames) starting before a
+    /// frame already sent to the decoder that lies at or before the target. On by
+    /// default; results are the same either way, only the work differs.
+    void setSkipsHiddenFrames(bool skip) { mSkipsHiddenFrames = skip; }
+
     /// One step back for an accurate seek that landed after the target: seeks to
     /// targetMs minus `stepMs` on attempt 1, minus 8 times `stepMs` but at least 1 s
     /// on attempt 2, minus 64 times `stepMs` but at least 5 s on attempt 3 (`stepMs`,
@@ -115,20 +130,33 @@ protected:
     /// A reader with no stream open.
     explicit FFStreamReader(QObject *parent = nullptr);
 
-    /// Frames in decoding order from the seek landing point up to the first frame at
-    /// or after the boundary; the boundary steps back one frame interval at a time
-    /// while the seek lands at or after it, at most 50 times (timestamps that claim
-    /// hours would otherwise be stepped through frame by frame). Empty when nothing
-    /// lies before ms.
-    QVector<AVFramePtr> readFramesBefore(long long ms);
+    /// The frames starting before ms, in order, the last one being the frame shown
+    /// just before ms: those decoded from where the seek to ms lands, or, when it
+    /// lands at or after ms, from where a step back (as seekBack() for an accurate
+    /// read) lands. Holds at most `count` frames, the latest ones (at most
+    /// kMostFramesBefore; kDefaultFramesBefore when count < 1), whatever the
+    /// distance to the key frame. Empty when nothing lies before ms.
+    QVector<AVFramePtr> readFramesBefore(long long ms, long long count);
+
+    /// For an accurate read: `frame`, just read and timed, starts at or before ms.
+    /// When the reader can tell that no later frame starts at or before ms, returns
+    /// the frame to hand out for ms; null when only the next frame can tell. Called
+    /// before any other frame is read. This default cannot tell.
+    virtual AVFramePtr frameAtTarget(const AVFramePtr &frame, long long ms);
 
     /// Whether decoding on from the frame shown at fromMs to the one at toMs (both
     /// as frame times of this reader, fromMs < toMs) costs less than seeking to toMs.
     /// Streams whose seeks are cheap keep this default: never.
     virtual bool readingOnIsCheaper(long long fromMs, long long toMs);
 
+    /// ms in the stream's own time base, rounded down; AV_NOPTS_VALUE when the
+    /// reader cannot tell, and then accurate reads decode every frame.
+    virtual long long streamTimeAtOrBefore(long long ms);
+
     /// Called once a stream is open, before openStream returns true.
     virtual void ensureStreamInfo(const QString &path) = 0;
+    /// Called by close(): forget what ensureStreamInfo() learnt.
+    virtual void forgetStreamInfo() = 0;
     /// The position a seek moved to: where the timestamp prediction starts again.
     virtual void restartPrediction(long long ms) = 0;
 
@@ -137,12 +165,25 @@ protected:
 
 private:
     bool openChosenStream(const QString &path, int index);
+    void dropStream();
+    void receiveFrames();
+    bool stepBackBefore(long long ms, long long firstPtsMs, int &attempt, long long &stepMs);
     void resetPosition(long long ms, bool byStream);
     AVFramePtr takeFirstFrame();
     AVFramePtr decodeNextFrame();
     AVFramePtr decodeNextFrameMs();
     bool canReadOnTo(long long ms, long long interval);
-    AVFramePtr remember(AVFramePtr shown, AVFramePtr next);
+    // A frame's timestamps as decoded, before they became milliseconds.
+    struct DecodedTimes
+    {
+        int64_t pts;
+        int64_t bestEffort;
+    };
+    static constexpr DecodedTimes kNoTimes {AV_NOPTS_VALUE, AV_NOPTS_VALUE};
+    AVFramePtr remember(AVFramePtr shown, AVFramePtr next, DecodedTimes nextTimes = kNoTimes);
+    AVFramePtr takeFrameAfterShown();
+    bool isHidden(const AVPacketPtr &packet);
+    AVFramePtr scanTo(long long ms, bool accurate);
 
     // Decoded frames not handed out yet, oldest first.
     std::list<AVFramePtr> mFrames;
@@ -153,7 +194,16 @@ private:
     AVFramePtr mFrameAfterShown;
     // The shown frame's time as returned, in case its holder rewrote it since.
     long long mShownPtsMs = 0;
+    // The frame after the shown one was read to see where the shown one ends; the
+    // next plain read hands it out.
+    DecodedTimes mAfterShownTimes = kNoTimes;
+    DecodedTimes mLastDecodedTimes = kNoTimes; // of the frame decodeNextFrameMs() gave last
     int mStreamIndex = -1;
+    // While an accurate read scans: its target in stream time, and the latest
+    // packet time sent since the last seek that lies at or before it.
+    bool mSkipsHiddenFrames = true;
+    long long mHiddenBefore = AV_NOPTS_VALUE;
+    long long mLatestInTime = AV_NOPTS_VALUE;
 };
 
 } // namespace Veloran

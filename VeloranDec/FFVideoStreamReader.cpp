@@ -43,6 +43,13 @@ void FFVideoStreamReader::ensureStreamInfo(const QString &)
     mStartTimeMs = audio.startTimeMs();
 }
 
+void FFVideoStreamReader::forgetStreamInfo()
+{
+    mStreamInfo.reset();
+    mStartTimeMs = 0;
+    mNextPtsMs = 0;
+}
+
 void FFVideoStreamReader::restartPrediction(long long ms)
 {
     mNextPtsMs = ms;
@@ -86,17 +93,25 @@ bool FFVideoStreamReader::readingOnIsCheaper(long long fromMs, long long toMs)
     return keyFrame <= toStreamTime(fromMs);
 }
 
-long long FFVideoStreamReader::toStreamTime(long long ms)
+long long FFVideoStreamReader::toStreamTime(long long ms, AVRounding rounding)
 {
     // The inverse of resetPtsToMs(): back to the file's own time line.
     if (mStartTimeMs > 0)
         ms += mStartTimeMs;
-    return av_rescale_q(ms, AVRational {1, 1000}, getStream()->time_base);
+    return av_rescale_q_rnd(ms, AVRational {1, 1000}, getStream()->time_base, rounding);
 }
 
-QVector<AVFramePtr> FFVideoStreamReader::revertSeekAndReadFrame(long long ms, long long)
+long long FFVideoStreamReader::streamTimeAtOrBefore(long long ms)
 {
-    return readFramesBefore(ms);
+    const AVFormatContextPtr ctx = mDemuxer ? mDemuxer->formatCtx() : AVFormatContextPtr();
+    if (!getStream() || !ctx || (ctx->iformat->flags & AVFMT_NOTIMESTAMPS))
+        return AV_NOPTS_VALUE;
+    return toStreamTime(ms, AV_ROUND_DOWN);
+}
+
+QVector<AVFramePtr> FFVideoStreamReader::revertSeekAndReadFrame(long long ms, long long count)
+{
+    return readFramesBefore(ms, count);
 }
 
 QSharedPointer<CVideoStreamInfo> FFVideoStreamReader::videoStreamInfo() const

@@ -34,7 +34,8 @@ public:
     /// not open.
     long long frameIntervalsMs() override;
 
-    /// The frames just before ms in decoding order; the count is not used.
+    /// The frames starting before ms, in order, the last one shown just before ms;
+    /// at most `count` of them (see readFramesBefore()).
     QVector<AVFramePtr> revertSeekAndReadFrame(long long ms, long long count);
 
     /// The open stream's description; null when not open.
@@ -58,11 +59,13 @@ protected:
     /// second. Never for formats without timestamps, whose seeks restart the
     /// predicted times at the target.
     bool readingOnIsCheaper(long long fromMs, long long toMs) override;
+    long long streamTimeAtOrBefore(long long ms) override;
     void ensureStreamInfo(const QString &path) override;
+    void forgetStreamInfo() override;
     void restartPrediction(long long ms) override;
 
 private:
-    long long toStreamTime(long long ms);
+    long long toStreamTime(long long ms, AVRounding rounding = AV_ROUND_NEAR_INF);
 
     long long mStartTimeMs = 0;
     QSharedPointer<CVideoStreamInfo> mStreamInfo;

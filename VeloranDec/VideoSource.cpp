@@ -7,7 +7,11 @@
 #include "VeloranDec/StreamInfoUtils.h"
 #include "VeloranDec/VideoFrame.h"
 
+#include "VeloranBaseEntry.h"
+
 #include <QThread>
+
+#include <algorithm>
 
 namespace Veloran {
 
@@ -28,6 +32,7 @@ bool VideoSource::openVideo(const QString &path, const QVector<AVPixelFormat> &f
     mPixelFormats = formats;
     delete mReader;
     mReader = new FFVideoStreamReader;
+    mCurrentFrame.reset();
     return openWith(outputWidth, mReader->openStream(path, AVMEDIA_TYPE_VIDEO, -1));
 }
 
@@ -36,6 +41,7 @@ bool VideoSource::openVideo_D3D(const QString &path, const QVector<AVPixelFormat
     mPixelFormats = formats;
     delete mReader;
     mReader = new FFVideoStreamReader;
+    mCurrentFrame.reset();
     // The renderer description would come from the graphics layer, which this
     // platform does not have; the GPU name only matters to hardware decoding.
     const QString gpuName = getCodecGpuName(QString());
@@ -53,27 +59,24 @@ bool VideoSource::openWith(int outputWidth, bool opened)
     return true;
 }
 
-void VideoSource::ensureAdapter(const AVFramePtr &frame)
+bool VideoSource::ensureAdapter(const AVFramePtr &frame)
 {
     if (!frame)
-        return;
+        return false;
     if (mAdapter) {
         const bool fits = mOutputWidth != 0 ? mAdapter->outWidth() == mOutputWidth
                                             : mAdapter->outWidth() == mAdapter->inWidth();
         if (fits)
-            return;
+            return true;
         delete mAdapter;
         mAdapter = nullptr;
     }
     const auto frameFormat = AVPixelFormat(frame->format);
     // Without any accepted format there is nothing to convert to.
     if (mPixelFormats.isEmpty())
-        return;
+        return true;
     if (mOutputWidth == 0 && mPixelFormats.contains(frameFormat))
-        return;
-
-    mAdapter = new FFVideoAdapter;
-    mAdapter->setOutFormat(mPixelFormats[0]);
+        return true;
 
     int outWidth = frame->width;
     int outHeight = frame->height;
@@ -89,16 +92,24 @@ void VideoSource::ensureAdapter(const AVFramePtr &frame)
             outHeight = int(aspect * mOutputWidth);
         }
     }
+    // A picture of extreme aspect scaled to a width would be enormous the other way.
+    if (std::max(outWidth, outHeight) > FFVideoAdapter::kMostOutputSide) {
+        VR_LOG << "---player--- output size out of range: " << outWidth << "x" << outHeight;
+        return false;
+    }
+
+    mAdapter = new FFVideoAdapter;
+    mAdapter->setOutFormat(mPixelFormats[0]);
     const AVPixelFormat outFormat =
         isHasAlpha(frameFormat) && mPixelFormats.size() >= 2 ? mPixelFormats[1] : mPixelFormats[0];
     mAdapter->setupContext(frame->width, frame->height, frameFormat, outWidth, outHeight, outFormat);
+    return true;
 }
 
 AVFramePtr VideoSource::adaptFrame(AVFramePtr frame)
 {
-    if (!frame)
+    if (!frame || !ensureAdapter(frame))
         return {};
-    ensureAdapter(frame);
     return mAdapter ? mAdapter->adapt(frame) : frame;
 }
 

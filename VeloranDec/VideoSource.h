@@ -46,7 +46,8 @@ public:
 
     /// The frame converted to an accepted format and the output width (the converter
     /// is made or remade as needed); the frame itself when no conversion is needed
-    /// or no format was given; empty for an empty frame or a failed conversion.
+    /// or no format was given; empty for an empty frame, a failed conversion and
+    /// an output side over FFVideoAdapter::kMostOutputSide (logged).
     AVFramePtr adaptFrame(AVFramePtr frame);
     /// The next frame, converted, with its time in milliseconds; it becomes the
     /// current frame. Empty at the end of the stream, on a failed conversion and
@@ -56,8 +57,10 @@ public:
     /// `accurate`); it becomes the current frame. Empty when no frame could be
     /// read or converted and when nothing is open.
     QSharedPointer<IVideoFrame> seekAndReadNextAdaptFrame(long long ms, bool accurate);
-    /// The frames just before ms, converted, nearest first; n is not used. Empty
-    /// when nothing lies before ms or nothing is open.
+    /// The frames starting before ms, converted, nearest first: the first is the
+    /// one shown just before ms; at most n of them (see
+    /// FFStreamReader::readFramesBefore()). Empty when nothing lies before ms or
+    /// nothing is open.
     QVector<QSharedPointer<IVideoFrame>> revertSeekAndReadNextAdaptFrame(long long ms, long long n);
     /// The last frame read or sought; empty before the first.
     QSharedPointer<IVideoFrame> currentAdaptFrame();
@@ -92,7 +95,8 @@ private:
     // The frame converted and wrapped with the stream description; empty when
     // there is no frame or the conversion gave none.
     QSharedPointer<IVideoFrame> wrap(const AVFramePtr &frame);
-    void ensureAdapter(const AVFramePtr &frame);
+    // False when the frame cannot be given at the output width.
+    bool ensureAdapter(const AVFramePtr &frame);
 
     FFVideoStreamReader *mReader = nullptr;
     FFVideoAdapter *mAdapter = nullptr;

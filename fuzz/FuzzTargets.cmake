@@ -4,6 +4,7 @@ if(NOT TARGET VrFuzzTargets)
   add_library(VrFuzzTargets STATIC
     ${CMAKE_CURRENT_LIST_DIR}/InMemoryResource.cpp
     ${CMAKE_CURRENT_LIST_DIR}/MediaFuzzing.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/SourceFuzzing.cpp
     ${CMAKE_CURRENT_LIST_DIR}/TimelineFuzzing.cpp
     ${CMAKE_CURRENT_LIST_DIR}/Utf8Fuzzing.cpp
     ${CMAKE_CURRENT_LIST_DIR}/Silence.cpp)

@@ -16,6 +16,12 @@ void silenceLogs();
 // stream for a bounded number of packets, then accurate seeks and a backward read.
 void fuzzMedia(const uint8_t *data, size_t size);
 
+// The first byte chooses, the rest is the input: 0, a media file read through the
+// video and audio sources (the next byte picks the output width); 1, a picture
+// for the video adapter; 2, audio for the audio adapter; 3, a DVD VOB file for the
+// chapter-aware demuxer and the sources over it (the other values repeat these).
+void fuzzSources(const uint8_t *data, size_t size);
+
 // The bytes as a timeline document followed by edit commands (see TimelineFuzzing.cpp).
 void fuzzTimeline(const uint8_t *data, size_t size);
 

@@ -8,8 +8,6 @@ namespace Veloran {
 
 namespace {
 
-const QString kFileName = QStringLiteral("input");
-
 void put16(QByteArray &out, quint16 value)
 {
     char bytes[2];
@@ -26,7 +24,7 @@ void put32(QByteArray &out, quint32 value)
 
 } // namespace
 
-QByteArray InMemoryResource::buildImage(const QByteArray &content)
+QByteArray InMemoryResource::buildImage(const QByteArray &content, const QString &fileName)
 {
     // Version 1 layout: a 20-byte header, then the tree (14 bytes per node, the
     // root directory first), the names table and the data table. All numbers are
@@ -46,9 +44,9 @@ QByteArray InMemoryResource::buildImage(const QByteArray &content)
     put32(tree, 0);    // data at offset 0 of the data table
 
     QByteArray names;
-    put16(names, static_cast<quint16>(kFileName.size()));
-    put32(names, qt_hash(kFileName));
-    for (const QChar c : kFileName)
+    put16(names, static_cast<quint16>(fileName.size()));
+    put32(names, qt_hash(fileName));
+    for (const QChar c : fileName)
         put16(names, c.unicode());
 
     QByteArray image("qres");
@@ -63,9 +61,10 @@ QByteArray InMemoryResource::buildImage(const QByteArray &content)
     return image;
 }
 
-InMemoryResource::InMemoryResource(const QByteArray &content, const QString &root)
-    : mImage(buildImage(content))
+InMemoryResource::InMemoryResource(const QByteArray &content, const QString &root, const QString &fileName)
+    : mImage(buildImage(content, fileName))
     , mRoot(root)
+    , mFileName(fileName)
 {
     mRegistered = QResource::registerResource(reinterpret_cast<const uchar *>(mImage.constData()), mRoot);
 }
@@ -78,7 +77,7 @@ InMemoryResource::~InMemoryResource()
 
 QString InMemoryResource::path() const
 {
-    return QLatin1Char(':') + mRoot + QLatin1Char('/') + kFileName;
+    return QLatin1Char(':') + mRoot + QLatin1Char('/') + mFileName;
 }
 
 } // namespace Veloran

@@ -13,22 +13,24 @@ namespace Veloran {
 class InMemoryResource
 {
 public:
-    explicit InMemoryResource(const QByteArray &content, const QString &root = QStringLiteral("/vr-mem"));
+    explicit InMemoryResource(const QByteArray &content, const QString &root = QStringLiteral("/vr-mem"),
+                              const QString &fileName = QStringLiteral("input"));
     ~InMemoryResource();
 
     InMemoryResource(const InMemoryResource &) = delete;
     InMemoryResource &operator=(const InMemoryResource &) = delete;
 
     bool isRegistered() const { return mRegistered; }
-    // ":<root>/input"
+    // ":<root>/<file name>"
     QString path() const;
 
-    // The resource image holding `content` as the one file "input" of the root.
-    static QByteArray buildImage(const QByteArray &content);
+    // The resource image holding `content` as the one file of the root.
+    static QByteArray buildImage(const QByteArray &content, const QString &fileName);
 
 private:
     QByteArray mImage;
     QString mRoot;
+    QString mFileName;
     bool mRegistered = false;
 };
 

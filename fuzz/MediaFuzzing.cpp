@@ -1,5 +1,6 @@
 #include "FFmpegJoint.h"
 #include "FuzzCheck.h"
+#include "FuzzTimes.h"
 #include "FuzzTargets.h"
 #include "InMemoryResource.h"
 
@@ -77,13 +78,6 @@ void decodeEveryStream(const QString &path)
     demuxer.readPacket();
     demuxer.seekByFilePos(0);
     demuxer.readPacket();
-}
-
-// A few positions across the stream and one past its end.
-std::vector<long long> probeTimes(long long durationMs)
-{
-    const long long d = qBound(0LL, durationMs, 3600LL * 1000);
-    return {0, d / 3, (2 * d) / 3, d + 40};
 }
 
 void readVideo(const QString &path)

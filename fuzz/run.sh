@@ -12,15 +12,15 @@ cd "$(dirname "$0")/.."
 seconds=${1:-60}
 shift || true
 targets=("$@")
-((${#targets[@]})) || targets=(media timeline utf8)
+((${#targets[@]})) || targets=(media sources timeline utf8)
 
 build=build/fuzz
 CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug "-DCMAKE_CXX_FLAGS_DEBUG=-g -O1" \
   -DVR_BUILD_FUZZERS=ON -DVR_BUILD_TESTS=OFF -DVR_BUILD_EXAMPLES=OFF >/dev/null
 cmake --build "$build" -j "$(nproc)" --target fuzz_seeds "${targets[@]/#/fuzz_}"
 
-declare -A seeds=([media]="$build/fuzz/seeds/media" [timeline]=fuzz/seeds/timeline [utf8]=fuzz/seeds/utf8)
-declare -A maxlen=([media]=32768 [timeline]=4096 [utf8]=256)
+declare -A seeds=([media]="$build/fuzz/seeds/media" [sources]="$build/fuzz/seeds/sources" [timeline]=fuzz/seeds/timeline [utf8]=fuzz/seeds/utf8)
+declare -A maxlen=([media]=32768 [sources]=32768 [timeline]=4096 [utf8]=256)
 
 failed=0
 for target in "${targets[@]}"; do

@@ -44,8 +44,11 @@ bool FFAudioAdapter::setupContext(int inSampleRate, int inChannels, AVSampleForm
     av_channel_layout_default(&outLayout, outChannels);
 
     SwrContext *raw = nullptr;
-    int result = swr_alloc_set_opts2(&raw, &outLayout, outFormat, outSampleRate, &inLayout, inFormat, inSampleRate,
-                                     0, nullptr);
+    const auto usable = [](int rate) { return rate >= 1 && rate <= kMostSampleRate; };
+    int result = AVERROR(EINVAL);
+    if (usable(inSampleRate) && usable(outSampleRate))
+        result = swr_alloc_set_opts2(&raw, &outLayout, outFormat, outSampleRate, &inLayout, inFormat, inSampleRate, 0,
+                                     nullptr);
     SwrContextPtr context = makeSwrContextPtr(raw);
     if (result >= 0 && context)
         result = swr_init(context.data());
@@ -124,6 +127,10 @@ AVFramePtr FFAudioAdapter::adapt(AVFramePtr frame)
     if (!out)
         return {};
     out->nb_samples = swr_get_out_samples(mSwrContext.data(), frame->nb_samples);
+    if (out->nb_samples < 0 || out->nb_samples > kMostOutSamples) {
+        logIf_FF_Error(AVERROR(ERANGE), "create buffer");
+        return {};
+    }
     out->sample_rate = mOutSampleRate;
     out->format = mOutFormat;
     av_channel_layout_default(&out->ch_layout, mOutChannels);

@@ -21,17 +21,26 @@ class VRFETCHER_EXPORT FFAudioAdapter : public BasicObject
 {
     Q_OBJECT
 public:
+    /// The most samples one converted frame may hold: about 20 s at 48 kHz, where
+    /// real frames hold a fraction of a second.
+    static constexpr int kMostOutSamples = 1 << 20;
+
     /// An adapter without resampler; call setupContext() before adapt().
     explicit FFAudioAdapter(QObject *parent = nullptr);
     ~FFAudioAdapter() override;
 
-    /// Makes a resampler; on failure logs and keeps the earlier one.
+    /// The highest sample rate converted from or to: real audio stays below.
+    static constexpr int kMostSampleRate = 768000;
+
+    /// Makes a resampler; on failure logs and keeps the earlier one. Rates outside
+    /// 1 to kMostSampleRate fail (a resampler's filters grow with the ratio).
     bool setupContext(int inSampleRate, int inChannels, AVSampleFormat inFormat, AVChannelLayout &inLayout,
                       int outSampleRate, int outChannels, AVSampleFormat outFormat);
 
     /// The converted frame; the input itself when it is already in the output form;
-    /// empty (with a log line) when it cannot be converted or no resampler was set up.
-    /// A null input comes back null.
+    /// empty (with a log line) when it cannot be converted, no resampler was set up
+    /// or it would come out longer than kMostOutSamples (a header claiming a rate of
+    /// a few Hz). A null input comes back null.
     AVFramePtr adapt(AVFramePtr frame);
 
     /// Forgets the samples the resampler holds back between frames, so that audio read

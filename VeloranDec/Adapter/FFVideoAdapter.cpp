@@ -38,6 +38,10 @@ bool FFVideoAdapter::setupContext(int srcW, int srcH, AVPixelFormat srcFormat, i
                << int(dstFormat);
         return false;
     }
+    if (dstW > kMostOutputSide || dstH > kMostOutputSide) {
+        VR_LOG << "FFVideoAdapter output too large: " << dstW << "x" << dstH;
+        return false;
+    }
 
     SwsContextPtr context = makeSwsContextPtr(
         sws_getContext(srcW, srcH, srcFormat, dstW, dstH, dstFormat, SWS_BILINEAR, nullptr, nullptr, nullptr));

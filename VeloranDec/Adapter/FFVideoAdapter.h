@@ -31,9 +31,14 @@ public:
     explicit FFVideoAdapter(QObject *parent = nullptr);
     ~FFVideoAdapter() override;
 
+    /// The largest output width or height made: as large as decoders accept
+    /// pictures, far beyond any screen.
+    static constexpr int kMostOutputSide = 16384;
+
     /// Makes a scaler from the source to the destination; on failure logs and keeps
     /// the earlier scaler and parameters. The source size must be positive and both
-    /// formats valid; swscale judges the destination size.
+    /// formats valid; the destination may not exceed kMostOutputSide on a side;
+    /// swscale judges other destination sizes.
     bool setupContext(int srcW, int srcH, AVPixelFormat srcFormat, int dstW, int dstH, AVPixelFormat dstFormat);
 
     /// The converted frame; the input itself when no conversion is needed; empty when

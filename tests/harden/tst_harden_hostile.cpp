@@ -2,10 +2,14 @@
 #include "ScratchFiles.h"
 #include "TestMedia.h"
 
+#include "LogCapture.h"
+
+#include "VeloranDec/AudioSource.h"
 #include "VeloranDec/FFAudioStreamReader.h"
 #include "VeloranDec/FFDemuxer.h"
 #include "VeloranDec/FFVideoStreamReader.h"
 #include "VeloranDec/ReadDeadline.h"
+#include "VeloranDec/IVideoFrame.h"
 #include "VeloranDec/VideoSource.h"
 
 #include <QDir>
@@ -120,13 +124,16 @@ private slots:
         QTest::newRow("timeline") << "timeline" << 5;
         QTest::newRow("utf8") << "utf8" << 7;
         QTest::newRow("media") << "media" << 1;
+        QTest::newRow("sources") << "sources" << 3;
     }
     void savedFuzzInputsStillPass()
     {
         QFETCH(QString, target);
         QFETCH(int, least);
         const std::function<void(const uint8_t *, size_t)> run = target == "timeline" ? Fuzz::fuzzTimeline
-            : target == "utf8" ? Fuzz::fuzzUtf8 : Fuzz::fuzzMedia;
+            : target == "utf8"                                                      ? Fuzz::fuzzUtf8
+            : target == "sources"                                                   ? Fuzz::fuzzSources
+                                                                                    : Fuzz::fuzzMedia;
         QFileInfoList inputs;
         for (const char *kind : {"/seeds/", "/regressions/"})
             inputs += QDir(QStringLiteral(VR_FUZZ_DIR) + kind + target).entryInfoList(QDir::Files | QDir::Hidden);
@@ -212,6 +219,36 @@ private slots:
         QVERIFY(reader.openStream(ScratchFiles::write(dir + "/small.bmp", bmpClaiming(2, 2)), AVMEDIA_TYPE_VIDEO, -1));
         const AVFramePtr frame = reader.readNextFrame();
         QVERIFY(frame && frame->width == 2);
+    }
+
+    // Sizes derived from what a file claims are bounded: a thumbnail of a picture of
+    // extreme aspect asked at width 320 would be 320 x 327680, and audio claiming a
+    // rate of 1 Hz would be resampled into 48000 samples for each one of its own.
+    // Both give nothing, with a log line, instead of allocating for it.
+    void derivedSizesAreBounded()
+    {
+        LogCapture log;
+        VideoSource tall;
+        QVERIFY(tall.openVideo(TestMedia::path(QStringLiteral("harden-tall.png")), {AV_PIX_FMT_RGB24}, 320));
+        QVERIFY(!tall.seekAndReadNextAdaptFrame(0, true));
+        QVERIFY(log.hasRecord(QStringLiteral("---player--- output size out of range: 320x327680")));
+        tall.resetOutputWidth(8);
+        const QSharedPointer<IVideoFrame> narrow = tall.seekAndReadNextAdaptFrame(0, true);
+        QVERIFY(narrow && narrow->frameSize() == QSize(8, 8192));
+
+        QByteArray wav = ScratchFiles::read(TestMedia::path(QStringLiteral("sine.wav")));
+        QVERIFY(wav.mid(12, 4) == "fmt ");
+        qToLittleEndian<quint32>(1, wav.data() + 24); // samples per second
+        qToLittleEndian<quint32>(2, wav.data() + 28); // bytes per second
+        const QString slow = ScratchFiles::write(TestMedia::scratchDir(QStringLiteral("harden-rate")) + "/1hz.wav", wav);
+        log.clear();
+        AudioSource audio;
+        QVERIFY(audio.open(slow, AV_SAMPLE_FMT_U8, 1, -1, 48000));
+        QVERIFY(!audio.readNextAdaptFrame());
+        QVERIFY(log.hasRecordStartingWith(QStringLiteral("create buffer")));
+        // At its own rate the same audio converts.
+        QVERIFY(audio.open(slow, AV_SAMPLE_FMT_U8, 1, -1, 1));
+        QVERIFY(audio.readNextAdaptFrame());
     }
 
     // A source that keeps trickling in and never ends (a pipe, a stalled share):

@@ -20,15 +20,18 @@ int frameNumber(const AVFrame *frame)
     if (!frame || frame->width < 40 || frame->height < 2 || !frame->data[0])
         return -1;
     const AVPixFmtDescriptor *desc = av_pix_fmt_desc_get(AVPixelFormat(frame->format));
-    if (!desc || desc->comp[0].plane != 0 || desc->comp[0].depth != 8)
+    const bool wide = desc && desc->comp[0].depth > 8 && desc->comp[0].depth <= 16 && !(desc->flags & AV_PIX_FMT_FLAG_BE);
+    if (!desc || desc->comp[0].plane != 0 || (desc->comp[0].depth != 8 && !wide))
         return -1;
     // The first component (luma, or red) of the middle row, at the centre of
-    // each stripe.
+    // each stripe; deeper samples are little-endian words.
     const int stripe = frame->width / 10;
     const uint8_t *row = frame->data[0] + (frame->height / 2) * frame->linesize[0] + desc->comp[0].offset;
+    const int middle = 128 << (desc->comp[0].depth - 8);
     int number = 0;
     for (int bit = 0; bit < 10; ++bit) {
-        if (row[(stripe * bit + stripe / 2) * desc->comp[0].step] > 128)
+        const uint8_t *sample = row + (stripe * bit + stripe / 2) * desc->comp[0].step;
+        if ((wide ? sample[0] | sample[1] << 8 : sample[0]) > middle)
             number |= 1 << bit;
     }
     return number;

@@ -10,7 +10,7 @@ namespace ReaderTestKit {
 
 // The frame number burned into a numbered test frame (ten stripes of a tenth of the
 // width each, bit 0 at the left), read from the first component (luma or red) of
-// an 8-bit frame at any scale; -1 for frames it cannot read.
+// a frame of 8 to 16 bits at any scale; -1 for frames it cannot read.
 int frameNumber(const AVFrame *frame);
 
 // Frame times in milliseconds from a list written by ffprobe (the time base on the

@@ -64,18 +64,21 @@ class TestReadOn : public QObject
     Q_OBJECT
 
 private slots:
-    // Reading on from the last frame returned instead of seeking must never show in
-    // the result: every accurate read of a reader that may read on is compared with
-    // one that is made to seek for each target (by time, burned-in number and every
-    // byte of the picture), and with the frame list ffprobe gives.
+    // Reading on from the last frame returned instead of seeking, and leaving the
+    // B-frames before the target undecoded, must never show in the result: every
+    // accurate read of a reader that may do both is compared with one that is made
+    // to seek for each target and to decode every frame (by time, burned-in number
+    // and every byte of the picture), and with the frame list ffprobe gives.
     void readingOnReturnsWhatASeekReturns_data()
     {
         QTest::addColumn<QString>("media");
         QTest::addColumn<Order>("order");
         QTest::addColumn<long long>("stepMs");
 
+        // x264 chose no B-frames for the long-GOP, transport stream and variable-rate files.
         const QStringList media {"readers-gop50.mp4", "readers-longgop.mp4", "readers-ntsc.mp4",
-                                 "readers-opengop.mp4", "readers-opengop.mkv", "readers-offset.ts"};
+                                 "readers-opengop.mp4", "readers-opengop.mkv", "readers-offset.ts",
+                                 "readers-vfr.mp4", "readers-intra.mp4"};
         for (const QString &name : media) {
             const QByteArray tag = name.toUtf8();
             QTest::newRow(tag + ", ascending, a frame or two apart") << name << Order::Ascending << 53LL;
@@ -95,9 +98,10 @@ private slots:
         CountingReader seeking;
         QVERIFY(reader.openStream(TestMedia::path(media), AVMEDIA_TYPE_VIDEO, -1));
         QVERIFY(seeking.openStream(TestMedia::path(media), AVMEDIA_TYPE_VIDEO, -1));
+        seeking.setSkipsHiddenFrames(false);
         // Frame times count from the first audio sample, when there is audio.
         const QVector<long long> times = shifted(frameTimesMs(media + ".v.txt"), std::max(0LL, reader.startTimeMs()));
-        QVERIFY(times.size() > 90);
+        QVERIFY(times.size() > 70);
 
         for (long long t : targetsIn(order, times.last(), stepMs)) {
             // A plain seek in between leaves the next accurate read no position to
@@ -117,11 +121,18 @@ private slots:
         }
 
         // What reading on is for: a run of targets ahead of each other decodes less.
-        // Targets behind the last one always seek, so the work is the same.
-        if (order == Order::Ascending && stepMs < 100)
-            QVERIFY2(reader.framesDecoded() < seeking.framesDecoded() / 2,
-                     qPrintable(QString("%1 vs %2 frames").arg(reader.framesDecoded()).arg(seeking.framesDecoded())));
-        if (order == Order::Descending)
+        // Targets behind the last one seek (but where a gap of the variable-rate file
+        // keeps the frame on screen): the work is the same, less the B-frames left
+        // undecoded.
+        const QString work = QString("%1 vs %2 frames").arg(reader.framesDecoded()).arg(seeking.framesDecoded());
+        if (order == Order::Ascending && stepMs < 100 && !media.contains("intra"))
+            QVERIFY2(reader.framesDecoded() < seeking.framesDecoded() / 2, qPrintable(work));
+        const bool bFrames = media.contains("gop50") || media.contains("ntsc") || media.contains("opengop");
+        if (order == Order::Descending && bFrames)
+            QVERIFY2(reader.framesDecoded() < seeking.framesDecoded(), qPrintable(work));
+        else if (order == Order::Descending && media.contains("vfr"))
+            QVERIFY2(reader.framesDecoded() <= seeking.framesDecoded(), qPrintable(work));
+        else if (order == Order::Descending)
             QCOMPARE(reader.framesDecoded(), seeking.framesDecoded());
     }
 
@@ -144,6 +155,12 @@ private slots:
             reader.seekAndReadNextFrame(times[n + 40], false);
             QCOMPARE(frameNumber(reader.seekAndReadNextFrame(times[n + 3], true).data()), n + 3);
         }
+        // Opening another file forgets the last frame of this one: the next read
+        // finds the other file's frame, although its index would allow reading on.
+        QCOMPARE(frameNumber(reader.seekAndReadNextFrame(100, true).data()), 2);
+        QVERIFY(reader.openStream(TestMedia::path("readers-wide.mp4"), AVMEDIA_TYPE_VIDEO, -1));
+        const AVFramePtr other = reader.seekAndReadNextFrame(200, true);
+        QVERIFY(other && other->width == 1920 && other->pts == 200);
     }
 
     // The long-GOP file has one key frame in its first 10 s: a run of targets through
