@@ -1,3 +1,4 @@
+#include "FFmpegJoint.h"
 #include "FuzzCheck.h"
 #include "FuzzTargets.h"
 #include "FuzzTimes.h"

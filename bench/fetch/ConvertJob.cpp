@@ -1,5 +1,7 @@
 #include "ConvertJob.h"
 
+#include "FFmpegJoint.h"
+
 #include "VeloranDec/Adapter/FFVideoAdapter.h"
 #include "VeloranDec/FFVideoStreamReader.h"
 

@@ -1,5 +1,6 @@
 #include "PhaseProbe.h"
 
+#include "FFmpegJoint.h"
 #include "Percentiles.h"
 #include "PhaseClock.h"
 
