@@ -93,7 +93,7 @@ if [[ ! -s $LIST && -z ${SKIP_MEDIA:-} ]]; then
     mv "$LIST.part" "$LIST"
 fi
 # Hover previews: one minute of 1080p H.264 with a key frame every 10 s.
-if [[ ! -s $MEDIA/hover.mp4 ]]; then
+if want hover && [[ ! -s $MEDIA/hover.mp4 ]]; then
     log "making hover.mp4"
     $FF -y -f lavfi -i testsrc2=size=1920x1080:rate=25:duration=60 -c:v libx264 -preset veryfast \
         -pix_fmt yuv420p -g 250 -sc_threshold 0 "$MEDIA/part.hover.mp4" && mv "$MEDIA/part.hover.mp4" "$MEDIA/hover.mp4"
