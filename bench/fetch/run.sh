@@ -2,6 +2,7 @@
 # Times the fetch service against the command-line tools a user would otherwise run.
 #   bash bench/fetch/run.sh                 # everything, RUNS=3 runs per measurement
 #   RUNS=5 JOBS="long phone" bash bench/fetch/run.sh
+#   JOBS=long METHODS="library decode-floor-1thread" bash bench/fetch/run.sh
 # Jobs: long (thumbnails, long-GOP file), phone (thumbnails, 1 s GOP), wave (waveform of
 # 60 min AAC and MP3), memory (10 repeated batches in one process), colour (conversion
 # of decoded frames to thumbnails with and without colour handling, SDR and HDR10).
@@ -16,6 +17,8 @@ MEDIA=${MEDIA:-$ROOT/build/bench-media}
 OUT=${OUT:-$ROOT/build/bench-out}
 RUNS=${RUNS:-3}
 JOBS=${JOBS:-"long phone wave memory colour"}
+# Methods measured within the jobs (for example METHODS="library decode-floor-1thread").
+METHODS=${METHODS:-"library ffmpeg-per-target ffmpeg-select-pass ffmpegthumbnailer-per-target decode-floor-1thread ffmpeg-decode-resample"}
 TOLERANCE=${TOLERANCE:-2.5}
 DRIVER=$BUILD/bench/fetch/bench_fetch
 RESULTS=$OUT/results.tsv
@@ -89,6 +92,7 @@ printf 'job\tmethod\truns\twall_med_s\twall_min_s\twall_max_s\tcpu_med_s\trss_me
 measure() {
     local job=$1 method=$2 exactCmd=$3
     shift 4
+    [[ " $METHODS " == *" $method "* ]] || return 0
     local samples=$OUT/$job.$method.samples
     : >"$samples"
     for ((r = 1; r <= RUNS; r++)); do
@@ -269,7 +273,7 @@ fi # TABLE_ONLY
             printf "- %s: %d targets. Reading on when the next target lies in the same GOP (as the library does) decodes %d frames; seeking for every target would decode %d; the file has %d.\n", job, n, readOn, seek, total
             printf "  Library / single-threaded decode floor: %.2fx wall, %.2fx CPU.\n", lw / fw, lc / fc
             printf "  Per-thumbnail cost beyond the decoding it needs (floor cost per frame x %d frames): %.1f ms wall, %.1f ms CPU.\n", readOn, (lw - readOn * fw / total) / n * 1000, (lc - readOn * fc / total) / n * 1000
-            printf "  Peak RSS library / ffmpeg per target: %.2fx; / ffmpeg select pass: %.2fx.\n", lr / pr, lr / sr
+            if (pr > 0 && sr > 0) printf "  Peak RSS library / ffmpeg per target: %.2fx; / ffmpeg select pass: %.2fx.\n", lr / pr, lr / sr
         }'
     done
     for tag in wave-m4a wave-mp3; do

@@ -4,20 +4,24 @@
 
 #include "../fetch/ProcessMemory.h"
 
+#include <QCryptographicHash>
 #include <QFile>
 #include <QImage>
 
+#include <functional>
+
 OpenJob::OpenJob(QVector<ClipPlan> plans, int width, QSharedPointer<Veloran::IAVFetcher> fetcher, QTextStream &out,
-                 QString perClipFile)
+                 QString perClipFile, QString digestFile)
     : mPlans(std::move(plans))
     , mWidth(width)
     , mFetcher(std::move(fetcher))
     , mOut(out)
     , mPerClipFile(std::move(perClipFile))
+    , mDigestFile(std::move(digestFile))
     , mArrivals(mPlans.size())
 {
     connect(mFetcher.data(), &Veloran::IAVFetcher::videoThumb, this,
-            [this](qint64 id, const QString &, qint64, bool, const QImage &image) { onThumb(id, image); });
+            [this](qint64 id, const QString &, qint64 time, bool, const QImage &image) { onThumb(id, time, image); });
     connect(mFetcher.data(), &Veloran::IAVFetcher::audioSample, this,
             [this](qint64 id, const QString &, qint64, qint64, int, int, int, const QList<uint8_t> &samples) {
                 onWave(id, samples);
@@ -41,11 +45,34 @@ void OpenJob::start()
     }
 }
 
-void OpenJob::onThumb(qint64 id, const QImage &image)
+// The picture's format, size and pixels (line by line: the padding at the end of a
+// line is not part of the picture).
+static QByteArray imageDigest(const QImage &image)
+{
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    hash.addData(QString("%1 %2x%3 ").arg(image.format()).arg(image.width()).arg(image.height()).toLatin1());
+    const int lineBytes = (image.width() * image.depth() + 7) / 8;
+    for (int y = 0; y < image.height(); ++y)
+        hash.addData(reinterpret_cast<const char *>(image.constScanLine(y)), lineBytes);
+    return hash.result().toHex();
+}
+
+static QByteArray peaksDigest(const QList<uint8_t> &samples)
+{
+    QByteArray bytes;
+    bytes.reserve(samples.size());
+    for (const uint8_t sample : samples)
+        bytes.append(char(sample));
+    return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex();
+}
+
+void OpenJob::onThumb(qint64 id, qint64 time, const QImage &image)
 {
     const auto clip = mClipOfThumbId.constFind(id);
     if (clip == mClipOfThumbId.constEnd())
         return;
+    if (!mDigestFile.isEmpty())
+        mDigests.insert({*clip, time}, imageDigest(image));
     Arrivals &arrivals = mArrivals[*clip];
     const double now = elapsedMs();
     if (arrivals.firstThumbMs < 0)
@@ -63,6 +90,8 @@ void OpenJob::onWave(qint64 id, const QList<uint8_t> &samples)
     const auto clip = mClipOfWaveId.constFind(id);
     if (clip == mClipOfWaveId.constEnd())
         return;
+    if (!mDigestFile.isEmpty())
+        mDigests.insert({*clip, -1}, peaksDigest(samples));
     Arrivals &arrivals = mArrivals[*clip];
     arrivals.waveMs = elapsedMs();
     arrivals.waveEmpty = samples.isEmpty();
@@ -76,7 +105,7 @@ void OpenJob::finishIfDone()
     if (mOutstanding > 0)
         return;
     report();
-    bool complete = writePerClip();
+    bool complete = writePerClip() && writeDigests();
     for (const Arrivals &arrivals : qAsConst(mArrivals))
         complete = complete && arrivals.nullThumbs == 0 && !arrivals.waveEmpty;
     emit finished(complete ? 0 : 1);
@@ -108,19 +137,38 @@ void OpenJob::report()
          << " all_ms=" << qRound(elapsedMs()) << " peak_rss_kb=" << ProcessMemory::peakResidentKb() << Qt::endl;
 }
 
-bool OpenJob::writePerClip() const
+// Writes a text file through `write`; no path asked for is no file and no failure.
+static bool writeTextFile(const QString &path, const std::function<void(QTextStream &)> &write)
 {
-    if (mPerClipFile.isEmpty())
+    if (path.isEmpty())
         return true;
-    QFile file(mPerClipFile);
+    QFile file(path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Text))
         return false;
     QTextStream out(&file);
-    out << "clip\tfile\tfirst_thumb_ms\tclip_thumbs_ms\twave_ms\n";
-    for (int i = 0; i < mPlans.size(); ++i) {
-        const Arrivals &arrivals = mArrivals[i];
-        out << i << '\t' << mPlans[i].file << '\t' << qRound(arrivals.firstThumbMs) << '\t'
-            << qRound(arrivals.lastThumbMs) << '\t' << qRound(arrivals.waveMs) << '\n';
-    }
+    write(out);
     return true;
+}
+
+bool OpenJob::writePerClip() const
+{
+    return writeTextFile(mPerClipFile, [this](QTextStream &out) {
+        out << "clip\tfile\tfirst_thumb_ms\tclip_thumbs_ms\twave_ms\n";
+        for (int i = 0; i < mPlans.size(); ++i) {
+            const Arrivals &arrivals = mArrivals[i];
+            out << i << '\t' << mPlans[i].file << '\t' << qRound(arrivals.firstThumbMs) << '\t'
+                << qRound(arrivals.lastThumbMs) << '\t' << qRound(arrivals.waveMs) << '\n';
+        }
+    });
+}
+
+bool OpenJob::writeDigests() const
+{
+    return writeTextFile(mDigestFile, [this](QTextStream &out) {
+        for (auto it = mDigests.constBegin(); it != mDigests.constEnd(); ++it) {
+            const qint64 time = it.key().second;
+            out << it.key().first << '\t' << (time < 0 ? QString("wave") : QString::number(time)) << '\t'
+                << it.value() << '\n';
+        }
+    });
 }

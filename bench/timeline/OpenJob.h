@@ -6,6 +6,7 @@
 
 #include <QElapsedTimer>
 #include <QHash>
+#include <QMap>
 #include <QObject>
 #include <QTextStream>
 #include <QVector>
@@ -18,7 +19,7 @@ class OpenJob : public QObject
     Q_OBJECT
 public:
     OpenJob(QVector<ClipPlan> plans, int width, QSharedPointer<Veloran::IAVFetcher> fetcher, QTextStream &out,
-            QString perClipFile);
+            QString perClipFile, QString digestFile);
 
     void start();
 
@@ -36,18 +37,23 @@ private:
         bool waveEmpty = false;
     };
 
-    void onThumb(qint64 id, const QImage &image);
+    void onThumb(qint64 id, qint64 time, const QImage &image);
     void onWave(qint64 id, const QList<uint8_t> &samples);
     double elapsedMs() const { return mClock.nsecsElapsed() / 1e6; }
     void finishIfDone();
     void report();
     bool writePerClip() const;
+    bool writeDigests() const;
 
     const QVector<ClipPlan> mPlans;
     const int mWidth;
     QSharedPointer<Veloran::IAVFetcher> mFetcher;
     QTextStream &mOut;
     const QString mPerClipFile;
+    const QString mDigestFile;
+    // SHA-256 of every answer by (clip, time; -1 for the waveform), so that two runs
+    // can be compared line by line whatever order the answers came in.
+    QMap<std::pair<int, qint64>, QByteArray> mDigests;
     QVector<Arrivals> mArrivals;
     QHash<qint64, int> mClipOfThumbId;
     QHash<qint64, int> mClipOfWaveId;

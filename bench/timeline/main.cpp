@@ -1,8 +1,9 @@
 // bench_editor: an editor opening a project, through the library's public fetcher.
-//   bench_editor open LIST [--thumbs 5] [--width 160] [--per-clip FILE]
+//   bench_editor open LIST [--thumbs 5] [--width 160] [--per-clip FILE] [--digest FILE]
 //   bench_editor hover FILE --duration MS [--count 30] [--width 160]
 //   bench_editor phases LIST [--thumbs 5] [--width 160]
 //   bench_editor plan LIST [--thumbs 5]
+// Every mode takes --cache-dir DIR: the fetch service keeps its answers there.
 // LIST: one clip per line, FILE<TAB>av|v|a<TAB>DURATION_MS (see ClipPlan.h).
 // Prints its results as key=value lines on stdout; exit code 0 when every request
 // was answered with a picture or peaks, 1 otherwise, 2 for bad arguments.
@@ -24,18 +25,20 @@ int usage(QTextStream &err, const QString &why = QString())
 {
     if (!why.isEmpty())
         err << "bench_editor: " << why << '\n';
-    err << "usage: bench_editor open LIST [--thumbs N] [--width W] [--per-clip FILE]\n"
+    err << "usage: bench_editor open LIST [--thumbs N] [--width W] [--per-clip FILE] [--digest FILE]\n"
            "       bench_editor hover FILE --duration MS [--count N] [--width W]\n"
            "       bench_editor phases LIST [--thumbs N] [--width W]\n"
-           "       bench_editor plan LIST [--thumbs N]"
+           "       bench_editor plan LIST [--thumbs N]\n"
+           "       (open and hover also take --cache-dir DIR)"
         << Qt::endl;
     return 2;
 }
 
 // The fetcher every job asks. Options that configure the fetch service itself are
 // read here, so that both jobs get them.
-QSharedPointer<Veloran::IAVFetcher> makeFetcher(const QCommandLineParser &)
+QSharedPointer<Veloran::IAVFetcher> makeFetcher(const QCommandLineParser &parser)
 {
+    Veloran::IAVFetcher::setCacheDirectory(parser.value("cache-dir"));
     return Veloran::createAVFetcher();
 }
 
@@ -65,6 +68,8 @@ int main(int argc, char *argv[])
     parser.addOptions({{"thumbs", "thumbnails per video clip", "n", "5"},
                        {"width", "thumbnail width", "pixels", "160"},
                        {"per-clip", "write the arrival times of each clip to this file", "file"},
+                       {"digest", "write a SHA-256 of every answer to this file", "file"},
+                       {"cache-dir", "keep the fetch service's answers in this folder", "dir"},
                        {"duration", "hover: the clip's duration", "ms"},
                        {"count", "hover: requests per kind", "n", "30"},
                        {"timeout", "give up after", "s", "3600"}});
@@ -98,7 +103,8 @@ int main(int argc, char *argv[])
     if (mode == QLatin1String("phases"))
         return probePhases(plans, width, out) ? 0 : 1;
     if (mode == QLatin1String("open")) {
-        return runJob(app, std::make_unique<OpenJob>(plans, width, makeFetcher(parser), out, parser.value("per-clip")),
+        return runJob(app, std::make_unique<OpenJob>(plans, width, makeFetcher(parser), out, parser.value("per-clip"),
+                                                   parser.value("digest")),
                       timeoutS, err);
     }
     return usage(err, "unknown mode " + mode);

@@ -4,7 +4,8 @@
 #   RUNS=5 TOOL_RUNS=1 METHODS="library ffmpeg" bash bench/timeline/run.sh
 #   bash bench/timeline/run.sh table      # print the table of the last results again
 # Methods: library, ffmpeg, thumbnailer (timed RUNS times each), phases (where the
-# library's time goes, once), hover (single requests on an opened file, once).
+# library's time goes, once), hover (single requests on an opened file, once), cache
+# (the project opened twice, in two processes, with a fresh preview cache: RUNS pairs).
 # Media is made once with the ffmpeg tool into build/timeline-media; results go to
 # build/timeline-out (results.tsv, table.md, one log per run).
 set -euo pipefail
@@ -15,7 +16,7 @@ MEDIA=${MEDIA:-$ROOT/build/timeline-media}
 OUT=${OUT:-$ROOT/build/timeline-out}
 RUNS=${RUNS:-3}
 TOOL_RUNS=${TOOL_RUNS:-$RUNS} # runs of the ffmpeg and ffmpegthumbnailer methods
-METHODS=${METHODS:-"library ffmpeg thumbnailer phases hover"}
+METHODS=${METHODS:-"library ffmpeg thumbnailer phases hover cache"}
 DRIVER=$BUILD/bench/timeline/bench_editor
 LIST=$MEDIA/timeline.list
 RESULTS=$OUT/results.tsv
@@ -92,7 +93,7 @@ if [[ ! -s $LIST && -z ${SKIP_MEDIA:-} ]]; then
     mv "$LIST.part" "$LIST"
 fi
 # Hover previews: one minute of 1080p H.264 with a key frame every 10 s.
-if [[ ! -s $MEDIA/hover.mp4 ]]; then
+if want hover && [[ ! -s $MEDIA/hover.mp4 ]]; then
     log "making hover.mp4"
     $FF -y -f lavfi -i testsrc2=size=1920x1080:rate=25:duration=60 -c:v libx264 -preset veryfast \
         -pix_fmt yuv420p -g 250 -sc_threshold 0 "$MEDIA/part.hover.mp4" && mv "$MEDIA/part.hover.mp4" "$MEDIA/hover.mp4"
@@ -152,6 +153,23 @@ awk -F'\t' -v out="$OUT/thumbnailer.pics" '
 uptime >"$OUT/uptime.before"
 log "load before: $(cat "$OUT/uptime.before")"
 want library && run library "$RUNS" "$DRIVER" open "$LIST" --per-clip "$OUT/library.clips.tsv"
+if want cache; then
+    # Each pair: a first open into an empty cache folder, then a second open in a new
+    # process; the digests of every answer must be the same.
+    : >"$OUT/cache-first.times" && : >"$OUT/cache-second.times" && : >"$OUT/cache.digests"
+    for ((r = 1; r <= RUNS; r++)); do
+        rm -rf "$OUT/cache.dir"
+        for open in first second; do
+            log "cache $open open, pair $r"
+            /usr/bin/time -f '%e %U %S %M' -o "$OUT/time.tmp" "$DRIVER" open "$LIST" --cache-dir "$OUT/cache.dir" \
+                --digest "$OUT/cache-$open.$r.digest" >"$OUT/cache-$open.$r.log" 2>"$OUT/cache-$open.$r.err" ||
+                echo "FAILED: cache $open (see $OUT/cache-$open.$r.err)" >&2
+            tail -n 1 "$OUT/time.tmp" >>"$OUT/cache-$open.times"
+        done
+        if cmp -s "$OUT/cache-first.$r.digest" "$OUT/cache-second.$r.digest"; then same=identical; else same=DIFFERENT; fi
+        echo "pair $r: $(wc -l <"$OUT/cache-first.$r.digest") answers, digests $same, cache $(du -sk "$OUT/cache.dir" | cut -f1) KB" >>"$OUT/cache.digests"
+    done
+fi
 want ffmpeg && run ffmpeg "$TOOL_RUNS" bash "$OUT/ffmpeg.sh"
 want thumbnailer && command -v ffmpegthumbnailer >/dev/null && run thumbnailer "$TOOL_RUNS" bash "$OUT/thumbnailer.sh"
 if want phases; then
@@ -179,7 +197,7 @@ stat() { sort -n | awk -v p="${1:-50}" '{ v[NR] = $1 } END { if (!NR) { print "-
 {
     echo "| method | runs | wall median s (min-max) | CPU median s | peak RSS median MB | first thumbnail of a clip, median / p95 ms | all thumbnails of a clip, median / p95 ms | all thumbnails s | everything s |"
     echo "|---|---|---|---|---|---|---|---|---|"
-    for method in library ffmpeg thumbnailer; do
+    for method in library cache-first cache-second ffmpeg thumbnailer; do
         [[ -s $OUT/$method.times ]] || continue
         n=$(wc -l <"$OUT/$method.times")
         wall=$(awk '{ print $1 }' "$OUT/$method.times" | stat)
@@ -189,12 +207,12 @@ stat() { sort -n | awk -v p="${1:-50}" '{ v[NR] = $1 } END { if (!NR) { print "-
         rss=$(awk '{ printf "%.1f\n", $4 / 1024 }' "$OUT/$method.times" | stat)
         # The run with the median wall time stands for the per-clip figures.
         mid=$(awk '{ print $1, NR }' "$OUT/$method.times" | sort -n | awk -v n="$n" 'NR == int((n + 1) / 2) { print $2 }')
-        if [[ $method == library ]]; then
-            field() { grep -o "$1 median=[0-9.]* p95=[0-9.]*" "$OUT/library.$mid.log" | sed 's/.*median=\([0-9.]*\) p95=\([0-9.]*\)/\1 \/ \2/'; }
+        if [[ $method == library || $method == cache-* ]]; then
+            field() { grep -o "$1 median=[0-9.]* p95=[0-9.]*" "$OUT/$method.$mid.log" | sed 's/.*median=\([0-9.]*\) p95=\([0-9.]*\)/\1 \/ \2/'; }
             first=$(field first_thumb_ms)
             done_=$(field clip_thumbs_ms)
-            thumbs=$(grep -o 'all_thumbs_ms=[0-9]*' "$OUT/library.$mid.log" | awk -F= '{ printf "%.2f", $2 / 1000 }')
-            all=$(grep -o 'all_ms=[0-9]*' "$OUT/library.$mid.log" | awk -F= '{ printf "%.2f", $2 / 1000 }')
+            thumbs=$(grep -o 'all_thumbs_ms=[0-9]*' "$OUT/$method.$mid.log" | awk -F= '{ printf "%.2f", $2 / 1000 }')
+            all=$(grep -o 'all_ms=[0-9]*' "$OUT/$method.$mid.log" | awk -F= '{ printf "%.2f", $2 / 1000 }')
         else
             # The tools deliver a clip's pictures together, when its process ends.
             first="- / -"
@@ -205,6 +223,16 @@ stat() { sort -n | awk -v p="${1:-50}" '{ v[NR] = $1 } END { if (!NR) { print "-
         fi
         echo "| $method | $n | $wall ($wmin-$wmax) | $cpu | $rss | $first | $done_ | $thumbs | $all |"
     done
+    if [[ -s $OUT/cache.digests ]]; then
+        echo
+        echo "Second open against the first (medians over the pairs; the programme's own clock, and the process's CPU):"
+        echo
+        ms() { grep -o 'all_ms=[0-9]*' "$@" | awk -F= '{ print $NF }' | stat; }
+        cpu() { awk '{ print $2 + $3 }' "$1" | stat; }
+        echo "- everything: $(ms "$OUT"/cache-first.*.log) ms / $(ms "$OUT"/cache-second.*.log) ms = $(awk -v a="$(ms "$OUT"/cache-first.*.log)" -v b="$(ms "$OUT"/cache-second.*.log)" 'BEGIN { printf "%.1fx faster", a / (b > 0 ? b : 1) }')"
+        echo "- process CPU: $(cpu "$OUT/cache-first.times") s / $(cpu "$OUT/cache-second.times") s = $(awk -v a="$(cpu "$OUT/cache-first.times")" -v b="$(cpu "$OUT/cache-second.times")" 'BEGIN { printf "%.1fx less", a / b }')"
+        sed 's/^/- /' "$OUT/cache.digests"
+    fi
     if [[ -s $OUT/phases.log ]]; then
         echo
         echo "Where the library's time goes (the pickers' steps redone one after the other on one thread, once):"

@@ -6,6 +6,8 @@
 #include <QProcess>
 #include <QtTest>
 
+#include <sys/stat.h>
+
 // Runs the benchmark drivers on a 2 s file (and a two-clip timeline) and checks what
 // they report and write.
 class TestBenchSmoke : public QObject
@@ -151,6 +153,30 @@ private slots:
         // The picture clip has its thumbnails and its waveform; the sound clip only a waveform.
         QVERIFY2(QRegularExpression("^0\t.*\t\\d+\t\\d+\t\\d+$").match(rows[1]).hasMatch(), qPrintable(rows[1]));
         QVERIFY2(QRegularExpression("^1\t.*\t-1\t-1\t\\d+$").match(rows[2]).hasMatch(), qPrintable(rows[2]));
+
+        // Opened twice with a preview cache: the first process writes one entry per
+        // answer, the second answers from them without writing any again (an entry
+        // written anew is a new file), with the same pictures and peaks.
+        const QString cacheDir = dir + "/cache";
+        QDir(cacheDir).removeRecursively();
+        QByteArray digests[2];
+        QMap<QString, ino_t> entries[2];
+        for (int open = 0; open < 2; ++open) {
+            const QString digestFile = dir + "/digest.tsv";
+            QCOMPARE(runDriver({"open", list, "--cache-dir", cacheDir, "--digest", digestFile}, editor).exitCode, 0);
+            QFile file(digestFile);
+            QVERIFY(file.open(QIODevice::ReadOnly));
+            digests[open] = file.readAll();
+            for (const QString &name : QDir(cacheDir).entryList(QDir::Files)) {
+                struct stat info = {};
+                QCOMPARE(::stat(QFile::encodeName(cacheDir + '/' + name).constData(), &info), 0);
+                entries[open].insert(name, info.st_ino);
+            }
+        }
+        QCOMPARE(digests[0].count('\n'), 7);
+        QCOMPARE(digests[1], digests[0]);
+        QCOMPARE(entries[0].size(), 7);
+        QCOMPARE(entries[1], entries[0]);
 
         const Run phases = runDriver({"phases", list}, editor);
         QCOMPARE(phases.exitCode, 0);
