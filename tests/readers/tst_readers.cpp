@@ -44,6 +44,16 @@ void checkAccurateSeeks(FFVideoStreamReader &reader, const QVector<long long> &t
     }
 }
 
+// Reads the next frames: they come in order, numbered from 0, at the given times.
+void checkReadsInOrder(FFStreamReader &reader, const QVector<long long> &times)
+{
+    for (int i = 0; i < times.size(); ++i) {
+        const AVFramePtr frame = reader.readNextFrame();
+        QVERIFY2(frame && frameNumber(frame.data()) == i, qPrintable(QString("frame %1").arg(i)));
+        QCOMPARE(frame->pts, times[i]);
+    }
+}
+
 } // namespace
 
 // The stream readers (frames at their times) and the sources (converted frames).
@@ -59,12 +69,7 @@ private slots:
         FFVideoStreamReader reader;
         QVERIFY(reader.openStream(TestMedia::path("readers-gop50.mp4"), AVMEDIA_TYPE_VIDEO, -1));
         QCOMPARE(reader.frameIntervalsMs(), 40LL);
-        for (int i = 0; i < times.size(); ++i) {
-            const AVFramePtr frame = reader.readNextFrame();
-            QVERIFY(frame);
-            QCOMPARE(frameNumber(frame.data()), i);
-            QCOMPARE(frame->pts, times[i]);
-        }
+        checkReadsInOrder(reader, times);
         QVERIFY(!reader.readNextFrame());
         // A seek after the end of the stream starts decoding again.
         QCOMPARE(frameNumber(reader.seekAndReadNextFrame(0, true).data()), 0);
@@ -76,39 +81,70 @@ private slots:
         }
     }
 
-    void accurateSeekFindsTheFrameShown_data()
+    void seeksFindTheFrameShown_data()
     {
+        // Every how many frames to seek accurately forwards and to read backwards (0: not).
         QTest::addColumn<QString>("media");
         QTest::addColumn<int>("every");
-        QTest::newRow("keyframe every 2 s, B-frames") << "readers-gop50.mp4" << 1;
-        QTest::newRow("one keyframe in 10 s") << "readers-longgop.mp4" << 7;
-        QTest::newRow("29.97 fps") << "readers-ntsc.mp4" << 1;
-        QTest::newRow("all-intra H.264") << "readers-intra.mp4" << 1;
-        QTest::newRow("ProRes") << "readers-prores.mov" << 1;
-        QTest::newRow("DNxHR") << "readers-dnxhr.mov" << 1;
-        QTest::newRow("MJPEG AVI") << "readers-mjpeg.avi" << 1;
-        QTest::newRow("variable rate MP4") << "readers-vfr.mp4" << 1;
-        QTest::newRow("variable rate Matroska") << "readers-vfr.mkv" << 1;
+        QTest::addColumn<int>("everyBackward");
+        QTest::newRow("keyframe every 2 s, B-frames") << "readers-gop50.mp4" << 1 << 3;
+        QTest::newRow("one keyframe in 10 s") << "readers-longgop.mp4" << 7 << 11;
+        QTest::newRow("29.97 fps") << "readers-ntsc.mp4" << 1 << 0;
+        QTest::newRow("open GOPs") << "readers-opengop.mkv" << 0 << 5;
+        QTest::newRow("all-intra H.264") << "readers-intra.mp4" << 1 << 1;
+        QTest::newRow("ProRes") << "readers-prores.mov" << 1 << 1;
+        QTest::newRow("DNxHR") << "readers-dnxhr.mov" << 1 << 1;
+        QTest::newRow("MJPEG AVI") << "readers-mjpeg.avi" << 1 << 1;
+        QTest::newRow("transport stream") << "readers-offset.ts" << 0 << 2;
+        QTest::newRow("variable rate MP4") << "readers-vfr.mp4" << 1 << 1;
+        QTest::newRow("variable rate Matroska") << "readers-vfr.mkv" << 1 << 1;
     }
 
-    void accurateSeekFindsTheFrameShown()
+    // Accurate seeks give the frame on screen; what a player's "previous frame" reads
+    // are the frames before a time, in order, the last of them the frame shown just
+    // before it, never more than asked for.
+    void seeksFindTheFrameShown()
     {
         QFETCH(QString, media);
         QFETCH(int, every);
-        const QVector<long long> times = frameTimesMs(media + ".v.txt");
-        QVERIFY(times.size() > 30);
+        QFETCH(int, everyBackward);
         FFVideoStreamReader reader;
         QVERIFY(reader.openStream(TestMedia::path(media), AVMEDIA_TYPE_VIDEO, -1));
-        // On a frame's first millisecond, inside it, and on its last (just before the
-        // next frame, and so just before each keyframe), however far apart frames are.
-        QVector<long long> targets;
-        for (int i = 0; i < times.size(); i += every) {
-            const long long next = i + 1 < times.size() ? times[i + 1] : times[i] + reader.frameIntervalsMs();
-            targets << times[i] << (times[i] + next) / 2 << next - 1;
+        const QVector<long long> times = shifted(frameTimesMs(media + ".v.txt"), std::max(0LL, reader.startTimeMs()));
+        QVERIFY(times.size() > 30);
+        if (every > 0) {
+            // On a frame's first millisecond, inside it, and on its last (just before the
+            // next frame, and so just before each keyframe), however far apart frames are.
+            QVector<long long> targets;
+            for (int i = 0; i < times.size(); i += every) {
+                const long long next = i + 1 < times.size() ? times[i + 1] : times[i] + reader.frameIntervalsMs();
+                targets << times[i] << (times[i] + next) / 2 << next - 1;
+            }
+            checkAccurateSeeks(reader, times, targets);
+            // Backwards and far jumps; past the end the last frame stays on screen.
+            checkAccurateSeeks(reader, times, {times.last() - 1, 1, times[times.size() / 2] + 3, 0, times.last() + 5000});
         }
-        checkAccurateSeeks(reader, times, targets);
-        // Backwards and far jumps; past the end the last frame stays on screen.
-        checkAccurateSeeks(reader, times, {times.last() - 1, 1, times[times.size() / 2] + 3, 0, times.last() + 5000});
+        if (everyBackward == 0)
+            return;
+        const long long kCount = 3;
+        QVector<long long> targets {times.last() + 1000};
+        for (int i = 1; i < times.size(); i += everyBackward)
+            targets << times[i] << times[i] + 1 << (times[i - 1] + times[i]) / 2 + 1;
+        for (long long t : targets) {
+            const QVector<AVFramePtr> frames = reader.revertSeekAndReadFrame(t, kCount);
+            const QString where = QString("before %1 ms").arg(t);
+            QVERIFY2(!frames.isEmpty() && frames.size() <= kCount, qPrintable(where));
+            const int last = frameShownAt(times, t - 1);
+            QVERIFY2(frameNumber(frames.last().data()) == last,
+                     qPrintable(where + QString(": frame %1, expected %2").arg(frameNumber(frames.last().data())).arg(last)));
+            for (int i = 0; i < frames.size(); ++i) {
+                const int number = last - (frames.size() - 1 - i);
+                QVERIFY2(frameNumber(frames[i].data()) == number && frames[i]->pts == times[number], qPrintable(where));
+            }
+        }
+        // Nothing lies before the first frame.
+        QVERIFY(reader.revertSeekAndReadFrame(times.first(), kCount).isEmpty());
+        QVERIFY(reader.revertSeekAndReadFrame(0, kCount).isEmpty());
     }
 
     void timesCountFromTheFirstAudioSample_data()
@@ -141,12 +177,7 @@ private slots:
         FFVideoStreamReader reader;
         QVERIFY(reader.openStream(TestMedia::path(media), AVMEDIA_TYPE_VIDEO, -1));
         QCOMPARE(reader.startTimeMs(), audioTimes.first());
-        for (int i = 0; i < times.size(); ++i) {
-            const AVFramePtr frame = reader.readNextFrame();
-            QVERIFY(frame);
-            QCOMPARE(frameNumber(frame.data()), i);
-            QCOMPARE(frame->pts, times[i]);
-        }
+        checkReadsInOrder(reader, times);
         if (seekable)
             checkAccurateSeeks(reader, times, {40, 1015, 2222, 500, 2479});
     }
@@ -156,59 +187,10 @@ private slots:
         // An elementary stream: each frame gets the previous time plus one interval.
         FFVideoStreamReader reader;
         QVERIFY(reader.openStream(TestMedia::path("readers-raw.h264"), AVMEDIA_TYPE_VIDEO, -1));
-        for (int i = 0; i < 50; ++i) {
-            const AVFramePtr frame = reader.readNextFrame();
-            QVERIFY(frame);
-            QCOMPARE(frameNumber(frame.data()), i);
-            QCOMPARE(frame->pts, 40LL * i);
-        }
-    }
-
-    void backwardReadsEndJustBeforeTheTime_data()
-    {
-        QTest::addColumn<QString>("media");
-        QTest::addColumn<int>("every");
-        QTest::newRow("keyframe every 2 s, B-frames") << "readers-gop50.mp4" << 3;
-        QTest::newRow("one keyframe in 10 s") << "readers-longgop.mp4" << 11;
-        QTest::newRow("open GOPs") << "readers-opengop.mkv" << 5;
-        QTest::newRow("all-intra H.264") << "readers-intra.mp4" << 1;
-        QTest::newRow("ProRes") << "readers-prores.mov" << 1;
-        QTest::newRow("DNxHR") << "readers-dnxhr.mov" << 1;
-        QTest::newRow("MJPEG AVI") << "readers-mjpeg.avi" << 1;
-        QTest::newRow("transport stream") << "readers-offset.ts" << 2;
-        QTest::newRow("variable rate MP4") << "readers-vfr.mp4" << 1;
-        QTest::newRow("variable rate Matroska") << "readers-vfr.mkv" << 1;
-    }
-
-    // What a player's "previous frame" reads: the frames before a time, in order, the
-    // last of them the frame shown just before it, never more than asked for.
-    void backwardReadsEndJustBeforeTheTime()
-    {
-        QFETCH(QString, media);
-        QFETCH(int, every);
-        FFVideoStreamReader reader;
-        QVERIFY(reader.openStream(TestMedia::path(media), AVMEDIA_TYPE_VIDEO, -1));
-        const QVector<long long> times = shifted(frameTimesMs(media + ".v.txt"), std::max(0LL, reader.startTimeMs()));
-        QVERIFY(times.size() > 30);
-        const long long kCount = 3;
-        QVector<long long> targets {times.last() + 1000};
-        for (int i = 1; i < times.size(); i += every)
-            targets << times[i] << times[i] + 1 << (times[i - 1] + times[i]) / 2 + 1;
-        for (long long t : targets) {
-            const QVector<AVFramePtr> frames = reader.revertSeekAndReadFrame(t, kCount);
-            const QString where = QString("before %1 ms").arg(t);
-            QVERIFY2(!frames.isEmpty() && frames.size() <= kCount, qPrintable(where));
-            const int last = frameShownAt(times, t - 1);
-            QVERIFY2(frameNumber(frames.last().data()) == last,
-                     qPrintable(where + QString(": frame %1, expected %2").arg(frameNumber(frames.last().data())).arg(last)));
-            for (int i = 0; i < frames.size(); ++i) {
-                const int number = last - (frames.size() - 1 - i);
-                QVERIFY2(frameNumber(frames[i].data()) == number && frames[i]->pts == times[number], qPrintable(where));
-            }
-        }
-        // Nothing lies before the first frame.
-        QVERIFY(reader.revertSeekAndReadFrame(times.first(), kCount).isEmpty());
-        QVERIFY(reader.revertSeekAndReadFrame(0, kCount).isEmpty());
+        QVector<long long> times;
+        for (int i = 0; i < 50; ++i)
+            times << 40LL * i;
+        checkReadsInOrder(reader, times);
     }
 
     void backwardReadsHoldWhatWasAskedFor()

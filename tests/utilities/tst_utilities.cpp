@@ -52,17 +52,21 @@ QPointF toPixels(const RenderVertex &v, const QSizeF &canvas)
     return {(v.x + 1) / 2 * canvas.width(), (1 - v.y) / 2 * canvas.height()};
 }
 
-bool near(const QPointF &a, const QPointF &b)
-{
-    return qAbs(a.x() - b.x()) < 0.01 && qAbs(a.y() - b.y()) < 0.01;
-}
-
 QString describe(const QVector<QPointF> &points)
 {
     QStringList parts;
     for (const QPointF &p : points)
         parts << QStringLiteral("(%1,%2)").arg(p.x()).arg(p.y());
     return parts.join(' ');
+}
+
+// The four corners are where expected, within `tolerance`.
+void checkCorners(const QVector<QPointF> &got, const QVector<QPointF> &expected, double tolerance)
+{
+    QCOMPARE(got.size(), 4);
+    for (int i = 0; i < 4; ++i)
+        QVERIFY2(qAbs(got[i].x() - expected[i].x()) < tolerance && qAbs(got[i].y() - expected[i].y()) < tolerance,
+                 qPrintable(describe(got) + " expected " + describe(expected)));
 }
 
 } // namespace
@@ -349,13 +353,10 @@ private slots:
         QFETCH(QString, fillMode);
         QFETCH(QVector<QPointF>, corners);
         const QSizeF canvas(1600, 900);
-        const QVector<RenderVertex> quad = RenderGeometry::quadVertices(transform, {1200, 900}, canvas, fillMode, 0);
-        QCOMPARE(quad.size(), 4);
         QVector<QPointF> got;
-        for (const RenderVertex &v : quad)
+        for (const RenderVertex &v : RenderGeometry::quadVertices(transform, {1200, 900}, canvas, fillMode, 0))
             got << toPixels(v, canvas);
-        for (int i = 0; i < 4; ++i)
-            QVERIFY2(near(got[i], corners[i]), qPrintable(describe(got) + " expected " + describe(corners)));
+        checkCorners(got, corners, 0.01);
     }
 
     // Texture corners (top-left, top-right, bottom-left, bottom-right of the upright
@@ -381,14 +382,10 @@ private slots:
         QFETCH(int, rotation);
         QFETCH(QString, crop);
         QFETCH(QVector<QPointF>, corners);
-        const QVector<RenderVertex> quad =
-            RenderGeometry::quadVertices({{"crop", crop}}, {900, 1600}, {1600, 900}, "aspect_fit", rotation);
         QVector<QPointF> got;
-        for (const RenderVertex &v : quad)
+        for (const RenderVertex &v : RenderGeometry::quadVertices({{"crop", crop}}, {900, 1600}, {1600, 900}, "aspect_fit", rotation))
             got << QPointF(v.u, v.v);
-        for (int i = 0; i < 4; ++i)
-            QVERIFY2(qAbs(got[i].x() - corners[i].x()) < 1e-6 && qAbs(got[i].y() - corners[i].y()) < 1e-6,
-                     qPrintable(describe(got)));
+        checkCorners(got, corners, 1e-6);
     }
 
     void blurAreas_data()
