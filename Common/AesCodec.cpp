@@ -24,14 +24,14 @@ using CipherContext = std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_f
 const EVP_CIPHER *evpCipher(AesCodec::Mode mode, int keySize)
 {
     using Maker = const EVP_CIPHER *(*)();
-    static const Maker table[][3] = {
+    static const Maker kTable[][3] = {
         {EVP_aes_128_ecb, EVP_aes_192_ecb, EVP_aes_256_ecb},
         {EVP_aes_128_cbc, EVP_aes_192_cbc, EVP_aes_256_cbc},
         {EVP_aes_128_cfb128, EVP_aes_192_cfb128, EVP_aes_256_cfb128},
         {EVP_aes_128_ofb, EVP_aes_192_ofb, EVP_aes_256_ofb},
         {EVP_aes_128_ctr, EVP_aes_192_ctr, EVP_aes_256_ctr},
     };
-    return table[int(mode)][keySize / 8 - 2]();
+    return kTable[int(mode)][keySize / 8 - 2]();
 }
 
 bool isBlockMode(AesCodec::Mode mode)

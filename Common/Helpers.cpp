@@ -113,10 +113,10 @@ bool isUtf8String(const char *text)
 
 bool isSocialType(const QString &name)
 {
-    static const QStringList names = {QStringLiteral("YouTube"), QStringLiteral("Instagram"),
+    static const QStringList kNames = {QStringLiteral("YouTube"), QStringLiteral("Instagram"),
                                       QStringLiteral("TikTok"),  QStringLiteral("Facebook"),
                                       QStringLiteral("Likee"),   QStringLiteral("Vimeo")};
-    return names.contains(name, Qt::CaseSensitive);
+    return kNames.contains(name, Qt::CaseSensitive);
 }
 
 QString appendPath(const QString &a, const QString &b)

@@ -24,7 +24,7 @@ bool RemoteObjectMonitor::startMonitoring(const QString &nodeUrl, const QString 
 {
     // The old replica, and with it the old connections, goes before its node.
     mReplica.reset();
-    mNode.reset(new QRemoteObjectNode());
+    mNode = QSharedPointer<QRemoteObjectNode>::create();
     if (!mNode->connectToNode(QUrl(nodeUrl, QUrl::TolerantMode)))
         return false;
 

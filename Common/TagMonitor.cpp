@@ -22,7 +22,7 @@ void TagMonitor::setWeakSelf(QSharedPointer<TagMonitor> &self)
 QSharedPointer<TagPoint> TagMonitor::makeTagPoint(const char *name)
 {
     QSharedPointer<TagMonitor> self = mWeakSelf.toStrongRef();
-    return QSharedPointer<TagPoint>(new TagPoint(name, self));
+    return QSharedPointer<TagPoint>::create(name, self);
 }
 
 void TagMonitor::addTagPoint(TagPoint *point)

@@ -21,6 +21,8 @@ class VRFETCHER_EXPORT INode
 {
 public:
     virtual ~INode();
+    INode(const INode &) = delete;
+    INode &operator=(const INode &) = delete;
 
     /// The node's id: a map node's "id", a list node's "<parent id>#<key>".
     virtual QString tagID() const = 0;
@@ -40,9 +42,46 @@ public:
     virtual void copyOnWrite() = 0;
 
 protected:
+    INode() = default;
+
     // What a command did within a subtree: it reached no node there, reached a node
     // and left it as it was, or changed something.
     enum class Edit { Missed, Unchanged, Changed };
+
+    // findNode() of a node whose direct children are `children`, each of which
+    // `nodeOf` turns into the INode to search.
+    template <typename Children, typename NodeOf>
+    INode *findAmong(const QString &id, INode **parent, const Children &children, NodeOf nodeOf);
+
+    // Node::apply() of `cmd` below `node` with a copy of `node` as the node to write
+    // to: the copy is made, into `copy`, only when the command changes something.
+    template <typename Node, typename NodePtr>
+    static Edit editedCopy(const Node &node, const EditCommand &cmd, NodePtr *copy)
+    {
+        return node.apply(cmd, [&node, copy] {
+            *copy = node.shallowCopy();
+            return copy->data();
+        });
+    }
 };
+
+template <typename Children, typename NodeOf>
+INode *INode::findAmong(const QString &id, INode **parent, const Children &children, NodeOf nodeOf)
+{
+    INode *ignored = nullptr;
+    if (!parent)
+        parent = &ignored;
+    *parent = nullptr;
+    if (id == tagID())
+        return this;
+    for (const auto &child : children) {
+        if (INode *hit = nodeOf(child)->findNode(id, parent)) {
+            if (!*parent)
+                *parent = this;
+            return hit;
+        }
+    }
+    return nullptr;
+}
 
 } // namespace Veloran

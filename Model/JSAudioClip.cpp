@@ -7,14 +7,7 @@ JSAudioClip::JSAudioClip(NLMapNodePtr node)
 {
 }
 
-QList<QVariantMap> JSAudioClip::filters() const
-{
-    return childListMaps(QStringLiteral("audio_filters"));
-}
-
-int JSAudioClip::fileAudioStreamIndex() const
-{
-    return intValue(QStringLiteral("file_audio_stream_index"));
-}
+QList<QVariantMap> JSAudioClip::filters() const { return childListMaps(QStringLiteral("audio_filters")); }
+int JSAudioClip::fileAudioStreamIndex() const { return intValue(QStringLiteral("file_audio_stream_index")); }
 
 } // namespace Veloran

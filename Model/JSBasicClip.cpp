@@ -9,70 +9,21 @@ JSBasicClip::JSBasicClip(NLMapNodePtr node)
 {
 }
 
-QString JSBasicClip::trackID() const
-{
-    return stringValue(QStringLiteral("track_ref"));
-}
-
-qint64 JSBasicClip::timelinePos() const
-{
-    return int64Value(QStringLiteral("timeline_pos"));
-}
-
-std::optional<qint64> JSBasicClip::rangeBegin() const
-{
-    return opInt64Value(QStringLiteral("range_begin"));
-}
-
-qint64 JSBasicClip::rangeLength() const
-{
-    return int64Value(QStringLiteral("range_length"));
-}
-
-double JSBasicClip::speed() const
-{
-    return opDoubleValue(QStringLiteral("speed")).value_or(1.0);
-}
-
-qint64 JSBasicClip::originalLength() const
-{
-    return int64Value(QStringLiteral("original_length"));
-}
-
-QString JSBasicClip::dirPath() const
-{
-    return pathValue(QStringLiteral("dir_path"));
-}
-
-QString JSBasicClip::rccPrefix() const
-{
-    return stringValue(QStringLiteral("rcc_prefix"));
-}
-
-QString JSBasicClip::source() const
-{
-    return stringValue(QStringLiteral("source"));
-}
-
-QString JSBasicClip::filePath() const
-{
-    return pathValue(QStringLiteral("file_path"));
-}
-
-bool JSBasicClip::disabled() const
-{
-    return boolValue(QStringLiteral("disabled"));
-}
-
-int JSBasicClip::streamIndex() const
-{
-    return intValue(QStringLiteral("stream_index"));
-}
-
-QList<QVariantMap> JSBasicClip::variableSpeed() const
-{
-    return childListMaps(QStringLiteral("variableSpeed"));
-}
+// One line per property: its key, and its default where absence does not read as 0,
+// false or empty.
+QString JSBasicClip::trackID() const { return stringValue(QStringLiteral("track_ref")); }
+qint64 JSBasicClip::timelinePos() const { return int64Value(QStringLiteral("timeline_pos")); }
+std::optional<qint64> JSBasicClip::rangeBegin() const { return opInt64Value(QStringLiteral("range_begin")); }
+qint64 JSBasicClip::rangeLength() const { return int64Value(QStringLiteral("range_length")); }
+double JSBasicClip::speed() const { return opDoubleValue(QStringLiteral("speed")).value_or(1.0); }
+qint64 JSBasicClip::originalLength() const { return int64Value(QStringLiteral("original_length")); }
+QString JSBasicClip::dirPath() const { return pathValue(QStringLiteral("dir_path")); }
+QString JSBasicClip::rccPrefix() const { return stringValue(QStringLiteral("rcc_prefix")); }
+QString JSBasicClip::source() const { return stringValue(QStringLiteral("source")); }
+QString JSBasicClip::filePath() const { return pathValue(QStringLiteral("file_path")); }
+bool JSBasicClip::disabled() const { return boolValue(QStringLiteral("disabled")); }
+int JSBasicClip::streamIndex() const { return intValue(QStringLiteral("stream_index")); }
+QList<QVariantMap> JSBasicClip::variableSpeed() const { return childListMaps(QStringLiteral("variableSpeed")); }
 
 bool JSBasicClip::isVideo() const
 {

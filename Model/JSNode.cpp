@@ -21,90 +21,25 @@ void JSNode::resetNode(NLMapNodePtr node)
     mNode = std::move(node);
 }
 
-QVariantMap JSNode::props() const
+const NLMapNode &JSNode::viewed() const
 {
-    return mNode ? mNode->toMap() : QVariantMap();
+    // Read only, so one empty node serves every view over a null node, on any thread.
+    static const NLMapNode kEmpty;
+    return mNode ? *mNode : kEmpty;
 }
 
-QString JSNode::tagID() const
+const QVariant *JSNode::valueEntry(const QString &key) const
 {
-    return stringValue(QStringLiteral("id"));
+    return viewed().valueEntry(key);
 }
 
-QString JSNode::type() const
-{
-    return stringValue(QStringLiteral("type"));
-}
-
-QString JSNode::kind() const
-{
-    return stringValue(QStringLiteral("kind"));
-}
-
-QString JSNode::stringValue(const QString &key) const
-{
-    return mNode ? mNode->stringValue(key) : QString();
-}
-
-int JSNode::intValue(const QString &key) const
-{
-    return mNode ? mNode->intValue(key) : 0;
-}
-
-qint64 JSNode::int64Value(const QString &key) const
-{
-    return mNode ? mNode->int64Value(key) : 0;
-}
-
-bool JSNode::boolValue(const QString &key) const
-{
-    return mNode ? mNode->boolValue(key) : false;
-}
-
-float JSNode::floatValue(const QString &key) const
-{
-    return mNode ? mNode->floatValue(key) : 0.0f;
-}
-
-QString JSNode::pathValue(const QString &key) const
-{
-    return mNode ? mNode->pathValue(key) : QString();
-}
-
-NLMapNodePtr JSNode::getMapNodeByKey(const QString &key) const
-{
-    return mNode ? mNode->getMapNodeByKey(key) : NLMapNodePtr();
-}
-
-NLListNodePtr JSNode::getListNodeByID(const QString &id) const
-{
-    return mNode ? mNode->getListNodeByID(id) : NLListNodePtr();
-}
-
-std::optional<QString> JSNode::opStringValue(const QString &key) const
-{
-    return mNode ? mNode->opStringValue(key) : std::nullopt;
-}
-
-std::optional<int> JSNode::opIntValue(const QString &key) const
-{
-    return mNode ? mNode->opIntValue(key) : std::nullopt;
-}
-
-std::optional<qint64> JSNode::opInt64Value(const QString &key) const
-{
-    return mNode ? mNode->opInt64Value(key) : std::nullopt;
-}
-
-std::optional<bool> JSNode::opBoolValue(const QString &key) const
-{
-    return mNode ? mNode->opBoolValue(key) : std::nullopt;
-}
-
-std::optional<double> JSNode::opDoubleValue(const QString &key) const
-{
-    return mNode ? mNode->opDoubleValue(key) : std::nullopt;
-}
+QVariantMap JSNode::props() const { return viewed().toMap(); }
+QString JSNode::tagID() const { return stringValue(QStringLiteral("id")); }
+QString JSNode::type() const { return stringValue(QStringLiteral("type")); }
+QString JSNode::kind() const { return stringValue(QStringLiteral("kind")); }
+QString JSNode::pathValue(const QString &key) const { return viewed().pathValue(key); }
+NLMapNodePtr JSNode::getMapNodeByKey(const QString &key) const { return viewed().getMapNodeByKey(key); }
+NLListNodePtr JSNode::getListNodeByID(const QString &id) const { return viewed().getListNodeByID(id); }
 
 std::optional<float> JSNode::opFloatValue(const QString &key) const
 {

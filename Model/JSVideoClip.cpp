@@ -7,11 +7,7 @@ JSVideoClip::JSVideoClip(NLMapNodePtr node)
 {
 }
 
-QList<QVariantMap> JSVideoClip::filters() const
-{
-    return childListMaps(QStringLiteral("video_filters"));
-}
-
+// The background reads its default only when the key is absent: an empty string stays empty.
 QString JSVideoClip::backgroundStyle() const
 {
     return opStringValue(QStringLiteral("background_style")).value_or(QStringLiteral("color"));
@@ -27,9 +23,7 @@ QString JSVideoClip::backgroundFillMode() const
     return opStringValue(QStringLiteral("background_fill_mode")).value_or(QStringLiteral("aspect_fill"));
 }
 
-QList<QVariantMap> JSVideoClip::subTitle() const
-{
-    return childListMaps(QStringLiteral("subtitles"));
-}
+QList<QVariantMap> JSVideoClip::filters() const { return childListMaps(QStringLiteral("video_filters")); }
+QList<QVariantMap> JSVideoClip::subTitle() const { return childListMaps(QStringLiteral("subtitles")); }
 
 } // namespace Veloran

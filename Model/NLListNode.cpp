@@ -9,7 +9,7 @@ namespace Veloran {
 NLListNode::NLListNode(const QString &id, const QString &timelineDir, const QVariantList &list)
     : mId(id)
     , mTimelineDir(timelineDir)
-    , mNodes(new QList<NLMapNodePtr>)
+    , mNodes(QSharedPointer<QList<NLMapNodePtr>>::create())
 {
     NLMapNode::listMetaTypeId();
     resetList(list);
@@ -24,29 +24,16 @@ QString NLListNode::tagID() const
 
 void NLListNode::resetList(const QVariantList &list)
 {
-    QSharedPointer<QList<NLMapNodePtr>> fresh(new QList<NLMapNodePtr>);
+    const auto fresh = QSharedPointer<QList<NLMapNodePtr>>::create();
     fresh->reserve(list.size());
     for (const QVariant &element : list)
-        fresh->append(NLMapNodePtr(new NLMapNode(element.toMap(), mTimelineDir)));
+        fresh->append(NLMapNode::make(element.toMap(), mTimelineDir));
     mNodes = fresh;
 }
 
 INode *NLListNode::findNode(const QString &id, INode **parent)
 {
-    INode *ignored = nullptr;
-    if (!parent)
-        parent = &ignored;
-    *parent = nullptr;
-    if (id == mId)
-        return this;
-    for (const NLMapNodePtr &element : qAsConst(*mNodes)) {
-        if (INode *hit = element->findNode(id, parent)) {
-            if (!*parent)
-                *parent = this;
-            return hit;
-        }
-    }
-    return nullptr;
+    return findAmong(id, parent, *mNodes, [](const NLMapNodePtr &element) { return element.data(); });
 }
 
 void NLListNode::processCommand(const EditCommand &cmd, INode *)
@@ -73,10 +60,7 @@ INode::Edit NLListNode::apply(const EditCommand &cmd, const Writable &writable) 
 
 INode::Edit NLListNode::edited(const EditCommand &cmd, NLListNodePtr *copy) const
 {
-    return apply(cmd, [this, copy] {
-        *copy = shallowCopy();
-        return copy->data();
-    });
+    return editedCopy(*this, cmd, copy);
 }
 
 bool NLListNode::applyEdit(const EditCommand &cmd)
@@ -86,7 +70,7 @@ bool NLListNode::applyEdit(const EditCommand &cmd)
         resetList(jsonToVariantList(cmd.content));
         return true;
     case EditCommand::AppendNode:
-        mNodes->append(NLMapNodePtr(new NLMapNode(jsonToVariantMap(cmd.content), mTimelineDir)));
+        mNodes->append(NLMapNode::make(jsonToVariantMap(cmd.content), mTimelineDir));
         return true;
     case EditCommand::RemoveNode: {
         const QString id = jsonToVariantMap(cmd.content).value(QStringLiteral("id")).toString();
@@ -105,7 +89,7 @@ bool NLListNode::applyEdit(const EditCommand &cmd)
 
 void NLListNode::copyOnWrite()
 {
-    QSharedPointer<QList<NLMapNodePtr>> fresh(new QList<NLMapNodePtr>);
+    const auto fresh = QSharedPointer<QList<NLMapNodePtr>>::create();
     fresh->reserve(mNodes->size());
     for (const NLMapNodePtr &element : qAsConst(*mNodes))
         fresh->append(element->clone());
@@ -131,36 +115,35 @@ const QList<NLMapNodePtr> &NLListNode::nodeList() const
     return *mNodes;
 }
 
-QVariantList NLListNode::toList() const
+QVariantList NLListNode::elementMaps(QVariantMap (NLMapNode::*convert)() const) const
 {
     QVariantList list;
     list.reserve(mNodes->size());
     for (const NLMapNodePtr &element : qAsConst(*mNodes))
-        list.append(element->toMap());
+        list.append((element.data()->*convert)());
     return list;
+}
+
+QVariantList NLListNode::toList() const
+{
+    return elementMaps(&NLMapNode::toMap);
 }
 
 QVariantList NLListNode::toJsonList() const
 {
-    QVariantList list;
-    list.reserve(mNodes->size());
-    for (const NLMapNodePtr &element : qAsConst(*mNodes))
-        list.append(element->toJsonMap());
-    return list;
+    return elementMaps(&NLMapNode::toJsonMap);
 }
 
 NLListNodePtr NLListNode::clone() const
 {
-    NLListNodePtr copy(new NLListNode(mId, mTimelineDir, QVariantList()));
-    copy->mNodes->reserve(mNodes->size());
-    for (const NLMapNodePtr &element : qAsConst(*mNodes))
-        copy->mNodes->append(element->clone());
+    const NLListNodePtr copy = shallowCopy();
+    copy->copyOnWrite();
     return copy;
 }
 
 NLListNodePtr NLListNode::shallowCopy() const
 {
-    NLListNodePtr copy(new NLListNode(mId, mTimelineDir, QVariantList()));
+    const NLListNodePtr copy = NLListNodePtr::create(mId, mTimelineDir, QVariantList());
     *copy->mNodes = *mNodes;
     return copy;
 }
@@ -204,7 +187,7 @@ void NLListNode::place(const QString &dir, bool moved, const QList<NLMapNodePtr>
 {
     mTimelineDir = dir;
     if (moved)
-        mNodes.reset(new QList<NLMapNodePtr>(elements));
+        mNodes = QSharedPointer<QList<NLMapNodePtr>>::create(elements);
 }
 
 } // namespace Veloran

@@ -1,21 +1,16 @@
 #pragma once
 
 #include "Model/INode.h"
+#include "Model/NLNodePtrs.h"
 #include "vrfetcher_export.h"
 
+#include <QEnableSharedFromThis>
 #include <QList>
 #include <QMetaType>
-#include <QEnableSharedFromThis>
-#include <QSharedPointer>
 #include <QString>
 #include <QVariantList>
 
 namespace Veloran {
-
-class NLMapNode;
-class NLListNode;
-using NLMapNodePtr = QSharedPointer<NLMapNode>;
-using NLListNodePtr = QSharedPointer<NLListNode>;
 
 /// A JSON array of the timeline document; its elements are map nodes. Its id is the
 /// id of the map node that holds it, "#" and the key it is stored under.
@@ -28,9 +23,6 @@ public:
     /// are not maps become empty nodes.
     NLListNode(const QString &id, const QString &timelineDir, const QVariantList &list);
     ~NLListNode() override;
-
-    NLListNode(const NLListNode &) = delete;
-    NLListNode &operator=(const NLListNode &) = delete;
 
     QString tagID() const override;
     INode *findNode(const QString &id, INode **parent) override;
@@ -68,10 +60,13 @@ private:
     Edit apply(const EditCommand &cmd, const Writable &writable) const;
     Edit edited(const EditCommand &cmd, NLListNodePtr *copy) const;
     bool applyEdit(const EditCommand &cmd); // the list edits, on this list itself
+    // What `convert` makes of each element, in order.
+    QVariantList elementMaps(QVariantMap (NLMapNode::*convert)() const) const;
     // The elements with `dir` throughout; false when they have it already.
     bool elementsPlacedIn(const QString &dir, QList<NLMapNodePtr> *elements) const;
     NLListNodePtr placedIn(const QString &dir) const; // as NLMapNode::placedIn()
     void place(const QString &dir, bool moved, const QList<NLMapNodePtr> &elements);
+    friend class INode;
     friend class NLMapNode;
 
     QString mId;

@@ -16,14 +16,14 @@ const QString kRootId = QStringLiteral("/");
 
 int NLMapNode::mapMetaTypeId()
 {
-    static const int id = qRegisterMetaType<NLMapNodePtr>("Veloran::NLMapNodePtr");
-    return id;
+    static const int kId = qRegisterMetaType<NLMapNodePtr>("Veloran::NLMapNodePtr");
+    return kId;
 }
 
 int NLMapNode::listMetaTypeId()
 {
-    static const int id = qRegisterMetaType<NLListNodePtr>("Veloran::NLListNodePtr");
-    return id;
+    static const int kId = qRegisterMetaType<NLListNodePtr>("Veloran::NLListNodePtr");
+    return kId;
 }
 
 NLMapNodePtr NLMapNode::mapChild(const QVariant &value)
@@ -53,13 +53,13 @@ QVariant NLMapNode::wrap(const NLListNodePtr &list)
 }
 
 NLMapNode::NLMapNode(const QVariantMap &map)
-    : mProps(new QVariantMap)
+    : mProps(std::make_unique<QVariantMap>())
 {
     resetNode(map);
 }
 
 NLMapNode::NLMapNode(const QString &json)
-    : mProps(new QVariantMap)
+    : mProps(std::make_unique<QVariantMap>())
 {
     resetNode(jsonToVariantMap(json));
 }
@@ -67,10 +67,15 @@ NLMapNode::NLMapNode(const QString &json)
 // Children are built with the directory already in place, so every node below a
 // root carries the root's directory from the start.
 NLMapNode::NLMapNode(const QVariantMap &map, const QString &timelineDir)
-    : mProps(new QVariantMap)
+    : mProps(std::make_unique<QVariantMap>())
     , mTimelineDir(timelineDir)
 {
     resetNode(map);
+}
+
+NLMapNodePtr NLMapNode::make(const QVariantMap &map, const QString &timelineDir)
+{
+    return NLMapNodePtr(new NLMapNode(map, timelineDir));
 }
 
 NLMapNode::~NLMapNode() = default;
@@ -93,7 +98,12 @@ void NLMapNode::propsChanged()
     }
 }
 
-const QVariant *NLMapNode::entry(const QString &key) const
+INode::Edit NLMapNode::edited(const EditCommand &cmd, NLMapNodePtr *copy) const
+{
+    return editedCopy(*this, cmd, copy);
+}
+
+const QVariant *NLMapNode::valueEntry(const QString &key) const
 {
     const auto it = mProps->constFind(key);
     if (it == mProps->cend() || !it.value().isValid())
@@ -111,11 +121,11 @@ void NLMapNode::resetNode(const QVariantMap &map)
     for (auto it = fresh.begin(); it != fresh.end(); ++it) {
         const int type = it.value().userType();
         if (type == QMetaType::QVariantList)
-            it.value() = wrap(NLListNodePtr(new NLListNode(id + QLatin1Char('#') + it.key(), mTimelineDir, it.value().toList())));
+            it.value() = wrap(NLListNodePtr::create(id + QLatin1Char('#') + it.key(), mTimelineDir, it.value().toList()));
         else if (type == QMetaType::QVariantMap)
-            it.value() = wrap(NLMapNodePtr(new NLMapNode(it.value().toMap(), mTimelineDir)));
+            it.value() = wrap(make(it.value().toMap(), mTimelineDir));
     }
-    mProps.reset(new QVariantMap(std::move(fresh)));
+    *mProps = std::move(fresh);
     propsChanged();
 }
 
@@ -131,21 +141,9 @@ void NLMapNode::assertMapIsSingleLevel(const QVariantMap &) const
 
 INode *NLMapNode::findNode(const QString &id, INode **parent)
 {
-    INode *ignored = nullptr;
-    if (!parent)
-        parent = &ignored;
-    *parent = nullptr;
-    if (id == mId)
-        return this;
-    for (const Child &child : qAsConst(mChildren)) {
-        INode *node = child.map ? static_cast<INode *>(child.map) : child.list;
-        if (INode *hit = node->findNode(id, parent)) {
-            if (!*parent)
-                *parent = this;
-            return hit;
-        }
-    }
-    return nullptr;
+    return findAmong(id, parent, mChildren, [](const Child &child) -> INode * {
+        return child.map ? static_cast<INode *>(child.map) : child.list;
+    });
 }
 
 void NLMapNode::processCommand(const EditCommand &cmd, INode *)
@@ -183,122 +181,41 @@ INode::Edit NLMapNode::apply(const EditCommand &cmd, const Writable &writable) c
     return Edit::Missed;
 }
 
-INode::Edit NLMapNode::edited(const EditCommand &cmd, NLMapNodePtr *copy) const
+template <typename Convert>
+QVariant NLMapNode::convertedChild(const Child &child, Convert convert)
 {
-    return apply(cmd, [this, copy] {
-        *copy = shallowCopy();
-        return copy->data();
-    });
+    if (child.map) {
+        const NLMapNodePtr node = convert(*child.map);
+        return node ? wrap(node) : QVariant();
+    }
+    const NLListNodePtr list = convert(*child.list);
+    return list ? wrap(list) : QVariant();
 }
 
 void NLMapNode::copyOnWrite()
 {
-    QVariantMap *copy = new QVariantMap(*mProps);
+    auto copy = std::make_unique<QVariantMap>(*mProps);
     copy->detach();
-    for (auto it = copy->begin(); it != copy->end(); ++it) {
-        if (const NLMapNodePtr child = mapChild(it.value()))
-            it.value() = wrap(child->clone());
-        else if (const NLListNodePtr list = listChild(it.value()))
-            it.value() = wrap(list->clone());
-    }
-    mProps.reset(copy);
+    for (const Child &child : qAsConst(mChildren))
+        copy->insert(child.key, convertedChild(child, [](const auto &node) { return node.clone(); }));
+    mProps = std::move(copy); // the old children go only now: mChildren points into them
     propsChanged();
 }
 
 NLMapNodePtr NLMapNode::clone() const
 {
-    NLMapNodePtr copy(new NLMapNode);
-    copy->mTimelineDir = mTimelineDir;
-    *copy->mProps = *mProps;
-    for (auto it = copy->mProps->begin(); it != copy->mProps->end(); ++it) {
-        if (const NLMapNodePtr child = mapChild(it.value()))
-            it.value() = wrap(child->clone());
-        else if (const NLListNodePtr list = listChild(it.value()))
-            it.value() = wrap(list->clone());
-    }
-    copy->propsChanged();
+    const NLMapNodePtr copy = shallowCopy();
+    copy->copyOnWrite();
     return copy;
 }
 
 NLMapNodePtr NLMapNode::shallowCopy() const
 {
-    NLMapNodePtr copy(new NLMapNode);
+    const NLMapNodePtr copy = NLMapNodePtr::create();
     copy->mTimelineDir = mTimelineDir;
     *copy->mProps = *mProps;
     copy->propsChanged();
     return copy;
-}
-
-std::optional<QString> NLMapNode::opStringValue(const QString &key) const
-{
-    if (const QVariant *value = entry(key))
-        return value->toString();
-    return std::nullopt;
-}
-
-std::optional<int> NLMapNode::opIntValue(const QString &key) const
-{
-    if (const QVariant *value = entry(key))
-        return value->toInt();
-    return std::nullopt;
-}
-
-std::optional<qint64> NLMapNode::opInt64Value(const QString &key) const
-{
-    if (const QVariant *value = entry(key))
-        return value->toLongLong();
-    return std::nullopt;
-}
-
-std::optional<bool> NLMapNode::opBoolValue(const QString &key) const
-{
-    if (const QVariant *value = entry(key))
-        return value->toBool();
-    return std::nullopt;
-}
-
-std::optional<double> NLMapNode::opDoubleValue(const QString &key) const
-{
-    if (const QVariant *value = entry(key))
-        return value->toDouble();
-    return std::nullopt;
-}
-
-std::optional<float> NLMapNode::opFloatValue(const QString &key) const
-{
-    if (const QVariant *value = entry(key))
-        return value->toFloat();
-    return std::nullopt;
-}
-
-QString NLMapNode::stringValue(const QString &key) const
-{
-    return opStringValue(key).value_or(QString());
-}
-
-int NLMapNode::intValue(const QString &key) const
-{
-    return opIntValue(key).value_or(0);
-}
-
-qint64 NLMapNode::int64Value(const QString &key) const
-{
-    return opInt64Value(key).value_or(0);
-}
-
-bool NLMapNode::boolValue(const QString &key) const
-{
-    return opBoolValue(key).value_or(false);
-}
-
-double NLMapNode::doubleValue(const QString &key) const
-{
-    return opDoubleValue(key).value_or(0.0);
-}
-
-float NLMapNode::floatValue(const QString &key) const
-{
-    return opFloatValue(key).value_or(0.0f);
 }
 
 QString NLMapNode::pathValue(const QString &key) const
@@ -321,10 +238,9 @@ NLMapNodePtr NLMapNode::getMapNodeByKey(const QString &key) const
 
 NLListNodePtr NLMapNode::getListNodeByID(const QString &id) const
 {
-    for (auto it = mProps->cbegin(); it != mProps->cend(); ++it) {
-        const NLListNodePtr list = listChild(it.value());
-        if (list && list->tagID() == id)
-            return list;
+    for (const Child &child : mChildren) {
+        if (child.list && child.list->tagID() == id)
+            return listChild(mProps->value(child.key));
     }
     return {};
 }
@@ -374,14 +290,10 @@ void NLMapNode::setTimelineDir(const QString &dir)
 QVariantMap NLMapNode::childrenPlacedIn(const QString &dir) const
 {
     QVariantMap moved;
-    for (auto it = mProps->cbegin(); it != mProps->cend(); ++it) {
-        if (const NLMapNodePtr child = mapChild(it.value())) {
-            if (const NLMapNodePtr copy = child->placedIn(dir))
-                moved.insert(it.key(), wrap(copy));
-        } else if (const NLListNodePtr list = listChild(it.value())) {
-            if (const NLListNodePtr copy = list->placedIn(dir))
-                moved.insert(it.key(), wrap(copy));
-        }
+    for (const Child &child : mChildren) {
+        const QVariant copy = convertedChild(child, [&dir](const auto &node) { return node.placedIn(dir); });
+        if (copy.isValid())
+            moved.insert(child.key, copy);
     }
     return moved;
 }

@@ -1,24 +1,19 @@
 #pragma once
 
 #include "Model/INode.h"
+#include "Model/NLNodePtrs.h"
+#include "Model/NodeValues.h"
 #include "vrfetcher_export.h"
 
 #include <QMetaType>
-#include <QScopedPointer>
-#include <QSharedPointer>
 #include <QString>
 #include <QVariant>
 #include <QVariantMap>
 #include <QVector>
 
-#include <optional>
+#include <memory>
 
 namespace Veloran {
-
-class NLMapNode;
-class NLListNode;
-using NLMapNodePtr = QSharedPointer<NLMapNode>;
-using NLListNodePtr = QSharedPointer<NLListNode>;
 
 /// A JSON object of the timeline document. Its properties live in one map that is
 /// also its child table: a value that was an object holds an NLMapNodePtr, a value
@@ -28,7 +23,7 @@ using NLListNodePtr = QSharedPointer<NLListNode>;
 /// nodes below share it. No locks: a tree is used by one thread at a time. Child nodes
 /// may be shared with other trees and holders; edits copy them rather than change
 /// them (see INode). Bad JSON gives an empty node.
-class VRFETCHER_EXPORT NLMapNode : public INode
+class VRFETCHER_EXPORT NLMapNode : public INode, public NodeValues<NLMapNode>
 {
 public:
     /// A node built from `map`, nested maps and lists becoming child nodes.
@@ -36,9 +31,6 @@ public:
     /// A node built from JSON object text; text that is not a JSON object gives an empty node.
     explicit NLMapNode(const QString &json);
     ~NLMapNode() override;
-
-    NLMapNode(const NLMapNode &) = delete;
-    NLMapNode &operator=(const NLMapNode &) = delete;
 
     QString tagID() const override;
     INode *findNode(const QString &id, INode **parent) override;
@@ -55,27 +47,7 @@ public:
     /// Marks places that expect a map without nested maps or lists; checks nothing.
     void assertMapIsSingleLevel(const QVariantMap &map) const;
 
-    /// \name Optional values by key
-    //@{
-    /// Empty when the key is absent or holds an invalid value.
-    std::optional<QString> opStringValue(const QString &key) const;
-    std::optional<int> opIntValue(const QString &key) const;
-    std::optional<qint64> opInt64Value(const QString &key) const;
-    std::optional<bool> opBoolValue(const QString &key) const;
-    std::optional<double> opDoubleValue(const QString &key) const;
-    std::optional<float> opFloatValue(const QString &key) const;
-    //@}
-
-    /// \name Values by key
-    //@{
-    /// The value converted as QVariant does, or 0, false or an empty string when absent.
-    QString stringValue(const QString &key) const;
-    int intValue(const QString &key) const;
-    qint64 int64Value(const QString &key) const;
-    bool boolValue(const QString &key) const;
-    double doubleValue(const QString &key) const;
-    float floatValue(const QString &key) const;
-    //@}
+    // The typed getters (opIntValue(), intValue() and the others) come from NodeValues.
 
     /// A stored path resolved against the timeline directory; resource paths (":...")
     /// and drive paths ("C:...") are returned as they are, and so is every path when
@@ -122,7 +94,12 @@ public:
 
 private:
     NLMapNode(const QVariantMap &map, const QString &timelineDir);
+    // A shared node built from `map` with `timelineDir` from the start.
+    static NLMapNodePtr make(const QVariantMap &map, const QString &timelineDir);
+    friend class INode;
     friend class NLListNode;
+    friend class NodeValues<NLMapNode>;
+    friend class JSNode;
 
     // Applies `cmd` at or below this node without changing this node: a change is made
     // on writable(), this node itself or a copy of it, asked for only when needed.
@@ -137,12 +114,12 @@ private:
     void place(const QString &dir, const QVariantMap &movedChildren);
 
     // The entry of `key` when it holds a valid value, else null.
-    const QVariant *entry(const QString &key) const;
+    const QVariant *valueEntry(const QString &key) const;
     // To be called after every change of mProps: refreshes the cached id and the
     // child table.
     void propsChanged();
 
-    QScopedPointer<QVariantMap> mProps;
+    std::unique_ptr<QVariantMap> mProps;
     QString mTimelineDir;
     QString mId;                // props["id"] as a string
     // A child node, owned through mProps: a map or a list.
@@ -153,6 +130,10 @@ private:
         NLListNode *list;
     };
     QVector<Child> mChildren; // in key order
+    // What `convert` makes of the child node, as the property map stores it; invalid
+    // when it gives a null pointer.
+    template <typename Convert>
+    static QVariant convertedChild(const Child &child, Convert convert);
 };
 
 } // namespace Veloran

@@ -154,8 +154,8 @@ qint64 variableSpeedLength(QList<PointStruct> points, qint64 rangeBegin, qint64 
 
 qint64 truncateToInt64(double value)
 {
-    constexpr double limit = 9223372036854775808.0; // 2^63
-    if (!(value > -limit && value < limit))
+    constexpr double kLimit = 9223372036854775808.0; // 2^63
+    if (!(value > -kLimit && value < kLimit))
         return std::numeric_limits<qint64>::min();
     return static_cast<qint64>(value);
 }

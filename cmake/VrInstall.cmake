@@ -33,6 +33,8 @@ set(VR_PUBLIC_HEADERS
   Model/JSVideoClip.h
   Model/NLListNode.h
   Model/NLMapNode.h
+  Model/NLNodePtrs.h
+  Model/NodeValues.h
   Model/PointStruct.h
   Model/TimelineFiles.h
   VeloranDec/AudioFrame.h

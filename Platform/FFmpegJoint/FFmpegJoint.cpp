@@ -19,76 +19,52 @@ void freeIOContext(AVIOContext *io)
     avio_context_free(&io);
 }
 
+void closeFormatContext(AVFormatContext *context)
+{
+    AVIOContext *customIO = (context->flags & AVFMT_FLAG_CUSTOM_IO) ? context->pb : nullptr;
+    if (context->iformat)
+        avformat_close_input(&context);
+    else
+        avformat_free_context(context);
+    freeIOContext(customIO);
+}
+
+// Most FFmpeg free calls take the address of the pointer, to null it.
+template <typename T, void (*Free)(T **)>
+void freeByAddress(T *object)
+{
+    Free(&object);
+}
+
+// `object` owned by a shared pointer that frees it with `free`; null stays null.
+template <typename T, typename Free>
+QSharedPointer<T> owned(T *object, Free free)
+{
+    if (!object)
+        return {};
+    return QSharedPointer<T>(object, free);
+}
+
 } // namespace
 
-AVFramePtr makeAVFramePtr(AVFrame *frame)
-{
-    if (!frame)
-        return {};
-    return AVFramePtr(frame, [](AVFrame *f) { av_frame_free(&f); });
-}
-
-AVPacketPtr makeAVPacketPtr(AVPacket *packet)
-{
-    if (!packet)
-        return {};
-    return AVPacketPtr(packet, [](AVPacket *p) { av_packet_free(&p); });
-}
-
-AVFormatContextPtr makeAVFormatContextPtr(AVFormatContext *context)
-{
-    if (!context)
-        return {};
-    return AVFormatContextPtr(context, [](AVFormatContext *c) {
-        AVIOContext *customIO = (c->flags & AVFMT_FLAG_CUSTOM_IO) ? c->pb : nullptr;
-        if (c->iformat)
-            avformat_close_input(&c);
-        else
-            avformat_free_context(c);
-        freeIOContext(customIO);
-    });
-}
-
+// One line per type: the FFmpeg call that frees it.
+AVFramePtr makeAVFramePtr(AVFrame *frame) { return owned(frame, freeByAddress<AVFrame, av_frame_free>); }
+AVPacketPtr makeAVPacketPtr(AVPacket *packet) { return owned(packet, freeByAddress<AVPacket, av_packet_free>); }
+AVFormatContextPtr makeAVFormatContextPtr(AVFormatContext *context) { return owned(context, closeFormatContext); }
 AVCodecContextPtr makeAVCodecContextPtr(AVCodecContext *context)
 {
-    if (!context)
-        return {};
-    return AVCodecContextPtr(context, [](AVCodecContext *c) { avcodec_free_context(&c); });
+    return owned(context, freeByAddress<AVCodecContext, avcodec_free_context>);
 }
-
 AVCodecParametersPtr makeAVCodecParametersPtr(AVCodecParameters *parameters)
 {
-    if (!parameters)
-        return {};
-    return AVCodecParametersPtr(parameters, [](AVCodecParameters *p) { avcodec_parameters_free(&p); });
+    return owned(parameters, freeByAddress<AVCodecParameters, avcodec_parameters_free>);
 }
-
-AVIOContextPtr makeAVIOContextPtr(AVIOContext *context)
-{
-    if (!context)
-        return {};
-    return AVIOContextPtr(context, freeIOContext);
-}
-
-SwsContextPtr makeSwsContextPtr(SwsContext *context)
-{
-    if (!context)
-        return {};
-    return SwsContextPtr(context, sws_freeContext);
-}
-
-SwrContextPtr makeSwrContextPtr(SwrContext *context)
-{
-    if (!context)
-        return {};
-    return SwrContextPtr(context, [](SwrContext *c) { swr_free(&c); });
-}
-
+AVIOContextPtr makeAVIOContextPtr(AVIOContext *context) { return owned(context, freeIOContext); }
+SwsContextPtr makeSwsContextPtr(SwsContext *context) { return owned(context, sws_freeContext); }
+SwrContextPtr makeSwrContextPtr(SwrContext *context) { return owned(context, freeByAddress<SwrContext, swr_free>); }
 AVFilterGraphPtr makeAVFilterGraphPtr(AVFilterGraph *graph)
 {
-    if (!graph)
-        return {};
-    return AVFilterGraphPtr(graph, [](AVFilterGraph *g) { avfilter_graph_free(&g); });
+    return owned(graph, freeByAddress<AVFilterGraph, avfilter_graph_free>);
 }
 
 int openInputContext(AVFormatContextPtr &out, const char *url, AVIOContext *customIO, const AVIOInterruptCB *interrupt)

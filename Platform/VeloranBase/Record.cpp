@@ -16,7 +16,7 @@ QString Record::projectRelativePath(const char *sourceFile)
     QString path = QString::fromUtf8(sourceFile ? sourceFile : "");
     path.replace(QLatin1Char('\\'), QLatin1Char('/'));
     // Builds map __FILE__ to the source root already; this covers builds that do not.
-    static const QStringList roots = {QStringLiteral("Projects/"), QStringLiteral("VeloranDec/"),
+    static const QStringList kRoots = {QStringLiteral("Projects/"), QStringLiteral("VeloranDec/"),
                                       QStringLiteral("Model/"), QStringLiteral("Common/"),
                                       QStringLiteral("Platform/"), QStringLiteral("tests/"),
                                       QStringLiteral("examples/"), QStringLiteral("bench/")};
@@ -24,7 +24,7 @@ QString Record::projectRelativePath(const char *sourceFile)
         // The innermost project folder wins: a checkout may itself sit below a folder
         // that happens to be called like one (/home/me/Projects/repo/Common/...).
         int cut = -1;
-        for (const QString &root : roots)
+        for (const QString &root : kRoots)
             cut = qMax(cut, path.lastIndexOf(QLatin1Char('/') + root));
         if (cut >= 0)
             path = path.mid(cut + 1);

@@ -30,7 +30,7 @@ qint64 genRequestID()
 
 QSharedPointer<IAVFetcher> createAVFetcher()
 {
-    return QSharedPointer<IAVFetcher>(new AVFetcher);
+    return QSharedPointer<AVFetcher>::create();
 }
 
 void IAVFetcher::setCacheDirectory(const QString &directory)

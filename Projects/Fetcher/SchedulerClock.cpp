@@ -18,8 +18,8 @@ public:
 
 const SchedulerClock &SchedulerClock::steady()
 {
-    static const SteadyClock clock;
-    return clock;
+    static const SteadyClock kClock;
+    return kClock;
 }
 
 } // namespace Veloran

@@ -13,20 +13,18 @@ qint64 nowNs(clockid_t clock)
 
 } // namespace
 
-PhaseClock::Scope::Scope(PhaseClock &clock, int phase)
-    : mClock(clock)
-    , mPhase(phase)
-    , mWallStartNs(nowNs(CLOCK_MONOTONIC))
-    , mCpuStartNs(nowNs(CLOCK_PROCESS_CPUTIME_ID))
+PhaseClock::Stamp PhaseClock::now()
 {
+    return {nowNs(CLOCK_MONOTONIC), nowNs(CLOCK_PROCESS_CPUTIME_ID)};
 }
 
-PhaseClock::Scope::~Scope()
+void PhaseClock::add(int phase, const Stamp &start)
 {
-    Phase &phase = mClock.mPhases[mPhase];
-    phase.wallNs += nowNs(CLOCK_MONOTONIC) - mWallStartNs;
-    phase.cpuNs += nowNs(CLOCK_PROCESS_CPUTIME_ID) - mCpuStartNs;
-    ++phase.calls;
+    const Stamp end = now();
+    Phase &entry = mPhases[phase];
+    entry.wallNs += end.wallNs - start.wallNs;
+    entry.cpuNs += end.cpuNs - start.cpuNs;
+    ++entry.calls;
 }
 
 PhaseClock::PhaseClock(const QStringList &phases)

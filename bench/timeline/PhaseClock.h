@@ -4,33 +4,38 @@
 #include <QTextStream>
 #include <QVector>
 
-// Wall and process CPU time spent in named phases, summed over many calls. A
-// measurement runs from measure() to the end of the returned scope.
+// Wall and process CPU time spent in named phases, summed over many calls.
 class PhaseClock
 {
 public:
-    class Scope
-    {
-    public:
-        Scope(PhaseClock &clock, int phase);
-        ~Scope();
-        Scope(const Scope &) = delete;
-        Scope &operator=(const Scope &) = delete;
-
-    private:
-        PhaseClock &mClock;
-        int mPhase;
-        qint64 mWallStartNs;
-        qint64 mCpuStartNs;
-    };
-
     explicit PhaseClock(const QStringList &phases);
-    Scope measure(int phase) { return Scope(*this, phase); }
+    // Runs `work` as one call of `phase` and returns what it returns.
+    template <typename Work>
+    auto measure(int phase, Work work)
+    {
+        const Stamp start = now();
+        struct Stop
+        {
+            PhaseClock &clock;
+            int phase;
+            Stamp start;
+            ~Stop() { clock.add(phase, start); }
+        } stop {*this, phase, start};
+        return work();
+    }
     // One line per phase: name, calls, wall ms, CPU ms and the share of all CPU time.
     // Phases named in parentheses are shown for comparison and left out of the shares.
     void print(QTextStream &out) const;
 
 private:
+    struct Stamp
+    {
+        qint64 wallNs;
+        qint64 cpuNs;
+    };
+    static Stamp now();
+    void add(int phase, const Stamp &start);
+
     struct Phase
     {
         QString name;

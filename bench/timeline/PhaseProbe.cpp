@@ -27,16 +27,10 @@ enum Phase { OpenInput, Probe, ReaderOpen, SecondOpen, SeekDecode, ConvertScale,
 bool openAndProbe(const QString &file, PhaseClock &clock, QVector<double> &readShares)
 {
     AVFormatContextPtr ctx;
-    {
-        const PhaseClock::Scope scope = clock.measure(OpenInput);
-        if (Veloran::openInputContext(ctx, file.toUtf8().constData(), nullptr) != 0)
-            return false;
-    }
-    {
-        const PhaseClock::Scope scope = clock.measure(Probe);
-        if (avformat_find_stream_info(ctx.data(), nullptr) < 0)
-            return false;
-    }
+    if (clock.measure(OpenInput, [&] { return Veloran::openInputContext(ctx, file.toUtf8().constData(), nullptr); }) != 0)
+        return false;
+    if (clock.measure(Probe, [&] { return avformat_find_stream_info(ctx.data(), nullptr); }) < 0)
+        return false;
     const qint64 size = ctx->pb ? avio_size(ctx->pb) : 0;
     if (size > 0)
         readShares << 100.0 * ctx->pb->bytes_read / size;
@@ -48,45 +42,37 @@ bool probeVideo(const ClipPlan &plan, int width, PhaseClock &clock, QVector<doub
     if (!openAndProbe(plan.file, clock, readShares))
         return false;
     Veloran::FFVideoStreamReader reader;
-    {
-        const PhaseClock::Scope scope = clock.measure(ReaderOpen);
-        if (!reader.openStream(plan.file, AVMEDIA_TYPE_VIDEO, -1))
-            return false;
-    }
+    if (!clock.measure(ReaderOpen, [&] { return reader.openStream(plan.file, AVMEDIA_TYPE_VIDEO, -1); }))
+        return false;
     if (plan.hasAudio) {
         // What the video reader's open did before it shared its demuxer: a reader of
         // its own on the audio, to learn where the audio starts.
-        const PhaseClock::Scope scope = clock.measure(SecondOpen);
-        Veloran::FFAudioStreamReader audio;
-        audio.openStream(plan.file, AVMEDIA_TYPE_AUDIO, -1);
+        clock.measure(SecondOpen, [&] {
+            Veloran::FFAudioStreamReader audio;
+            audio.openStream(plan.file, AVMEDIA_TYPE_AUDIO, -1);
+        });
     }
     Veloran::FFVideoAdapter adapter;
     bool adapterReady = false;
     for (qint64 time : plan.thumbTimes) {
-        AVFramePtr frame;
-        {
-            const PhaseClock::Scope scope = clock.measure(SeekDecode);
-            frame = reader.seekAndReadNextFrame(time, true);
-        }
+        const AVFramePtr frame = clock.measure(SeekDecode, [&] { return reader.seekAndReadNextFrame(time, true); });
         if (!frame)
             return false;
-        AVFramePtr rgb;
-        {
+        const AVFramePtr rgb = clock.measure(ConvertScale, [&] {
             // As the video source sets its converter up: RGB, the width asked for.
-            const PhaseClock::Scope scope = clock.measure(ConvertScale);
             if (!adapterReady) {
                 adapter.setOutFormat(AV_PIX_FMT_RGB24);
                 adapterReady = adapter.setupContext(frame->width, frame->height, AVPixelFormat(frame->format), width,
                                                     int(double(frame->height) / frame->width * width),
                                                     AV_PIX_FMT_RGB24);
             }
-            rgb = adapter.adapt(frame);
-        }
+            return adapter.adapt(frame);
+        });
         if (!rgb)
             return false;
-        const PhaseClock::Scope scope = clock.measure(Image);
-        const QImage image =
-            QImage(rgb->data[0], rgb->width, rgb->height, rgb->linesize[0], QImage::Format_RGB888).copy();
+        const QImage image = clock.measure(Image, [&] {
+            return QImage(rgb->data[0], rgb->width, rgb->height, rgb->linesize[0], QImage::Format_RGB888).copy();
+        });
         if (image.isNull())
             return false;
     }
@@ -97,16 +83,14 @@ bool probeAudio(const ClipPlan &plan, PhaseClock &clock)
 {
     // As the audio picker reads: 8-bit mono at 48 kHz.
     Veloran::AudioSource source;
-    {
-        const PhaseClock::Scope scope = clock.measure(AudioOpen);
-        if (!source.open(plan.file, AV_SAMPLE_FMT_U8, 1, -1, 48000))
-            return false;
-    }
-    const PhaseClock::Scope scope = clock.measure(AudioDecode);
-    int frames = 0;
-    while (source.readNextAdaptFrame())
-        ++frames;
-    return frames > 0;
+    if (!clock.measure(AudioOpen, [&] { return source.open(plan.file, AV_SAMPLE_FMT_U8, 1, -1, 48000); }))
+        return false;
+    return clock.measure(AudioDecode, [&] {
+        int frames = 0;
+        while (source.readNextAdaptFrame())
+            ++frames;
+        return frames > 0;
+    });
 }
 
 } // namespace
