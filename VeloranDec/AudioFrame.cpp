@@ -11,14 +11,14 @@ extern "C" {
 
 namespace Veloran {
 
+// Audio readers already keep milliseconds in the frame's pts: the time starts as it.
 AudioFrame::AudioFrame(AVFramePtr frame)
-    : mFrame(std::move(frame))
-    , mPts(mFrame ? mFrame->pts : -1)
+    : FrameWrapper(frame, frame ? frame->pts : -1, 0)
 {
 }
 
 AudioFrame::AudioFrame(long long sampleCount)
-    : mFrame(makeAVFramePtr(av_frame_alloc()))
+    : FrameWrapper(makeAVFramePtr(av_frame_alloc()), -1, 0)
 {
     if (!mFrame)
         return;
@@ -53,28 +53,6 @@ bool AudioFrame::isEmpty() const
     return !mFrame;
 }
 
-int AudioFrame::format() const
-{
-    return mFrame ? mFrame->format : -1;
-}
-
-long long AudioFrame::rawPts() const
-{
-    return mFrame ? mFrame->pts : 0;
-}
-
-long long AudioFrame::pts() const
-{
-    if (mPts >= 0 || !mFrame)
-        return mPts;
-    return mFrame->pts;
-}
-
-void AudioFrame::setPts(long long pts)
-{
-    mPts = pts;
-}
-
 int AudioFrame::channelCount() const
 {
 #pragma GCC diagnostic push
@@ -91,11 +69,6 @@ int AudioFrame::sampleRate() const
 int AudioFrame::samples() const
 {
     return mFrame ? mFrame->nb_samples : 0;
-}
-
-uint8_t *AudioFrame::data(int plane) const
-{
-    return mFrame ? mFrame->data[plane] : nullptr;
 }
 
 int AudioFrame::sampleSize() const
@@ -116,19 +89,9 @@ AVFramePtr AudioFrame::toAVFrame()
     return mFrame;
 }
 
-void AudioFrame::setSeekMode(int seekMode)
-{
-    mSeekMode = seekMode;
-}
-
-int AudioFrame::seekMode() const
-{
-    return mSeekMode;
-}
-
 QSharedPointer<IAudioFrame> makeAudioFrame(AVFramePtr frame)
 {
-    return QSharedPointer<IAudioFrame>(new AudioFrame(std::move(frame)));
+    return QSharedPointer<AudioFrame>::create(std::move(frame));
 }
 
 } // namespace Veloran

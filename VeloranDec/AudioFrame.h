@@ -1,5 +1,6 @@
 #pragma once
 
+#include "VeloranDec/FrameWrapper.h"
 #include "VeloranDec/IAudioFrame.h"
 #include "vrfetcher_export.h"
 
@@ -7,7 +8,7 @@ namespace Veloran {
 
 /// The audio frame wrapper. Audio readers keep milliseconds in the frame's pts, so
 /// the wrapper's time starts as the frame's pts.
-class VRFETCHER_EXPORT AudioFrame : public IAudioFrame
+class VRFETCHER_EXPORT AudioFrame : public FrameWrapper<IAudioFrame>
 {
 public:
     /// Wraps `frame` (may be null: an empty wrapper).
@@ -22,24 +23,12 @@ public:
     AudioFrame &operator=(const AudioFrame &) = delete;
 
     bool isEmpty() const override;
-    int format() const override;
-    long long rawPts() const override;
-    long long pts() const override;
-    void setPts(long long pts) override;
     int channelCount() const override;
     int sampleRate() const override;
     int samples() const override;
-    uint8_t *data(int plane) const override;
     int sampleSize() const override;
     void setSamples(int samples) override;
     AVFramePtr toAVFrame() override;
-    void setSeekMode(int seekMode) override;
-    int seekMode() const override;
-
-private:
-    AVFramePtr mFrame;
-    long long mPts = -1;
-    int mSeekMode = 0;
 };
 
 /// A shared AudioFrame over `frame`.

@@ -14,18 +14,7 @@ AudioSource::AudioSource(QObject *parent)
 {
 }
 
-AudioSource::~AudioSource()
-{
-    deleteReaderAndAdapter();
-}
-
-void AudioSource::deleteReaderAndAdapter()
-{
-    delete mAdapter;
-    mAdapter = nullptr;
-    delete mReader;
-    mReader = nullptr;
-}
+AudioSource::~AudioSource() = default;
 
 bool AudioSource::open(const QString &path, AVSampleFormat outFormat, int outChannels, int nth, int outSampleRate)
 {
@@ -35,27 +24,23 @@ bool AudioSource::open(const QString &path, AVSampleFormat outFormat, int outCha
     mOutSampleRate = outSampleRate;
     mCurrentFrame.reset();
 
-    delete mReader;
-    mReader = new FFAudioStreamReader;
+    mReader = std::make_unique<FFAudioStreamReader>();
     if (!mReader->openStream(path, AVMEDIA_TYPE_AUDIO, nth)) {
-        deleteReaderAndAdapter();
+        mAdapter.reset();
+        mReader.reset();
         return false;
     }
 
     // With the stream's sample format known the converter is made now; otherwise
     // the first decoded frame tells what to convert from (a converter left from an
     // earlier file would describe the wrong input).
-    delete mAdapter;
-    mAdapter = nullptr;
-    const AVCodecParameters *parameters = mReader->getCodecParam();
+    mAdapter.reset();
+    AVCodecParameters *parameters = mReader->getCodecParam();
     if (parameters && parameters->format >= 0) {
-        mAdapter = new FFAudioAdapter;
-        AVChannelLayout layout {};
-        av_channel_layout_copy(&layout, &parameters->ch_layout);
+        mAdapter = std::make_unique<FFAudioAdapter>();
         mAdapter->setupContext(parameters->sample_rate, parameters->ch_layout.nb_channels,
-                               AVSampleFormat(parameters->format), layout, mOutSampleRate, mOutChannels,
-                               mOutFormat);
-        av_channel_layout_uninit(&layout);
+                               AVSampleFormat(parameters->format), parameters->ch_layout, mOutSampleRate,
+                               mOutChannels, mOutFormat);
     }
     return true;
 }
@@ -75,7 +60,7 @@ AVFramePtr AudioSource::adaptFrame(AVFramePtr frame)
     if (!frame)
         return {};
     if (!mAdapter) {
-        mAdapter = new FFAudioAdapter;
+        mAdapter = std::make_unique<FFAudioAdapter>();
         mAdapter->setupContext(frame->sample_rate, frame->ch_layout.nb_channels, AVSampleFormat(frame->format),
                                frame->ch_layout, mOutSampleRate, mOutChannels, mOutFormat);
     }
@@ -155,7 +140,7 @@ int AudioSource::currentStreamIndex()
 
 QList<BasicObject *> AudioSource::threadParts() const
 {
-    return {mReader, mAdapter};
+    return {mReader.get(), mAdapter.get()};
 }
 
 } // namespace Veloran

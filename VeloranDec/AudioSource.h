@@ -8,6 +8,8 @@
 #include <QString>
 #include <QVector>
 
+#include <memory>
+
 extern "C" {
 #include <libavutil/samplefmt.h>
 }
@@ -40,43 +42,38 @@ public:
     /// The stream's duration in ms, else the container's. Only meaningful on an
     /// opened source; 0 otherwise and when unknown.
     long long durationMs();
+    /// One codec frame in ms. Only meaningful on an opened source; 0 otherwise.
+    long long frameInterval();
+    /// The container index of the open stream; -1 when nothing is open.
+    int currentStreamIndex();
+    /// The current frame's time in ms; 0 without one.
+    long long curPts();
 
     /// The frame converted to the output format; the converter is made from the
     /// first frame when open() could not make it. Empty for an empty frame and
     /// when the converter refuses it (or holds its samples back for now).
     AVFramePtr adaptFrame(AVFramePtr frame);
-    /// The next frame that converts; it becomes the current frame. Empty at the
-    /// end of the stream and when nothing is open.
+    // The reads work as VideoSource's of the same names, except that a frame the
+    // converter refuses is skipped for the next one, and that a seek drops the
+    // samples the converter held back from before it. Empty when nothing is open.
+    /// The next frame that converts; empty at the end of the stream.
     QSharedPointer<IAudioFrame> readNextAdaptFrame();
-    /// The frame at ms, converted (see FFStreamReader::seekAndReadNextFrame() for
-    /// `accurate`; an accurate read cuts the frame to begin with the sample at ms);
-    /// samples held back from before the seek are dropped. Empty when no frame
-    /// converts and when nothing is open.
+    /// The frame at ms; an accurate read cuts it to begin with the sample at ms.
     QSharedPointer<IAudioFrame> seekAndReadNextAdaptFrame(long long ms, bool accurate);
-    /// The frames starting before ms, converted, nearest first; at most n of them
-    /// (see FFStreamReader::readFramesBefore()). Empty when nothing lies before ms
-    /// or nothing is open.
+    /// The frames starting before ms, nearest first; at most n of them.
     QVector<QSharedPointer<IAudioFrame>> revertSeekAndReadNextAdaptFrame(long long ms, long long n);
     /// The last frame read or sought; empty before the first.
     QSharedPointer<IAudioFrame> currentAdaptFrame();
-
-    /// The current frame's time in ms; 0 without one.
-    long long curPts();
-    /// One codec frame in ms. Only meaningful on an opened source; 0 otherwise.
-    long long frameInterval();
-    /// The container index of the open stream; -1 when nothing is open.
-    int currentStreamIndex();
 
 private:
     // moveSelfToThread() takes the reader (with demuxer and decoder) and the adapter along.
     QList<BasicObject *> threadParts() const override;
     QSharedPointer<IAudioFrame> convertFrom(AVFramePtr frame);
-    void deleteReaderAndAdapter();
     // A seek starts a new stretch of audio: nothing held back from before may leak in.
     void dropDelayedSamples();
 
-    FFAudioStreamReader *mReader = nullptr;
-    FFAudioAdapter *mAdapter = nullptr;
+    std::unique_ptr<FFAudioStreamReader> mReader;
+    std::unique_ptr<FFAudioAdapter> mAdapter;
     AVFramePtr mCurrentFrame;
     int mOutChannels = 0;
     AVSampleFormat mOutFormat = AVSampleFormat(0);

@@ -13,8 +13,8 @@ struct CAudioStreamInfo : public CStreamInfo
     int sampleFmt = -1;        ///< AVSampleFormat
     int channels = 0;          ///< channel count
     int sampleRate = 0;        ///< samples per second
-    qint64 durationMs = 0;     ///< stream duration; 0 when unknown
-    qint64 bitRate = 0;        ///< bits per second; 0 when unknown
+    long long durationMs = 0;  ///< stream duration; 0 when unknown
+    long long bitRate = 0;     ///< bits per second; 0 when unknown
     quint64 channelLayout = 0; ///< legacy channel mask
     quint32 codecTag = 0;      ///< the codec tag (FourCC)
 };

@@ -18,8 +18,8 @@ struct VRFETCHER_EXPORT CVideoStreamInfo : public CStreamInfo
     int height = 0;               ///< coded height in pixels
     /// The average frame rate when plausible, else the stream's base rate.
     AVRational frameRate {25, 1};
-    qint64 durationMs = 0;        ///< stream duration; 0 when unknown
-    qint64 bitRate = 0;           ///< bits per second; 0 when unknown
+    long long durationMs = 0;     ///< stream duration; 0 when unknown
+    long long bitRate = 0;        ///< bits per second; 0 when unknown
     AVRational sar {1, 1};        ///< sample (pixel) aspect ratio
     int rotation = 0;             ///< degrees clockwise: 0, 90, 180 or 270 in practice
     bool isCover = false;         ///< an attached picture (cover art), not a moving video

@@ -17,9 +17,9 @@ namespace Veloran {
 /// stream index order.
 struct VRFETCHER_EXPORT ContainerInfo
 {
-    qint64 durationMs = 0;                                        ///< container duration in ms (5 ms added before truncating)
-    qint64 startTime = 0;                                         ///< whole seconds
-    qint64 bitRate = 0;                                           ///< container bit rate; 0 when unknown
+    long long durationMs = 0;                                     ///< container duration in ms (5 ms added before truncating)
+    long long startTime = 0;                                      ///< whole seconds
+    long long bitRate = 0;                                        ///< container bit rate; 0 when unknown
     QString formatName;                                           ///< the format's long name; empty when it has none
     QVector<QSharedPointer<CVideoStreamInfo>> videoStreams;       ///< video streams
     QVector<QSharedPointer<CAudioStreamInfo>> audioStreams;       ///< audio streams

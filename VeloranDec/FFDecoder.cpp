@@ -132,20 +132,26 @@ void FFDecoder::close()
     mCodecCtx.reset();
 }
 
-bool FFDecoder::sendPacket(const AVPacketPtr &pkt)
+FFDecoder::Step FFDecoder::send(const AVPacketPtr &pkt)
 {
     assertOwnThread();
     if (!mCodecCtx)
-        return false;
+        return Step::Error;
     const int result = avcodec_send_packet(mCodecCtx.data(), pkt.data());
-    // End of stream counts as accepted: the frames already inside can still be drained.
+    // A drained decoder still hands out the frames it holds: receiving goes on.
     if (result >= 0 || result == AVERROR_EOF) {
         mCouldRecv = true;
-        return true;
+        return result == AVERROR_EOF ? Step::End : Step::Accepted;
     }
     mHasError = true;
     logIf_FF_Error(result, "avcodec_send_packet error.");
-    return false;
+    return Step::Error;
+}
+
+bool FFDecoder::sendPacket(const AVPacketPtr &pkt)
+{
+    const Step step = send(pkt);
+    return step == Step::Accepted || step == Step::End;
 }
 
 bool FFDecoder::couldRecv()
@@ -153,25 +159,33 @@ bool FFDecoder::couldRecv()
     return mCouldRecv;
 }
 
-AVFramePtr FFDecoder::recvFrame()
+FFDecoder::Received FFDecoder::receive()
 {
     assertOwnThread();
-    if (!mCodecCtx)
-        return {};
-    AVFramePtr frame = makeAVFramePtr(av_frame_alloc());
+    AVFramePtr frame = mCodecCtx ? makeAVFramePtr(av_frame_alloc()) : AVFramePtr();
     if (!frame)
-        return {};
+        return {Step::Error, {}};
     const int result = avcodec_receive_frame(mCodecCtx.data(), frame.data());
-    if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) {
-        mCouldRecv = false;
-        return {};
-    }
     if (result >= 0)
-        return frame;
+        return {Step::Frame, std::move(frame)};
+    mCouldRecv = false;
+    if (result == AVERROR(EAGAIN))
+        return {Step::NeedsInput, {}};
+    if (result == AVERROR_EOF)
+        return {Step::End, {}};
     mHasError = true;
     logIf_FF_Error(result, "avcodec_receive_frame error.");
-    mCouldRecv = false;
-    return {};
+    return {Step::Error, {}};
+}
+
+AVFramePtr FFDecoder::recvFrame()
+{
+    return receive().frame;
+}
+
+bool FFDecoder::hasError() const
+{
+    return mHasError;
 }
 
 void FFDecoder::clearBuffer()

@@ -22,6 +22,22 @@ class VRFETCHER_EXPORT FFDecoder : public IVideoDecoder
 {
     Q_OBJECT
 public:
+    /// What one send or receive came to, read from FFmpeg's result code.
+    enum class Step {
+        Frame, ///< receive: a frame came out; ask again for more
+        Accepted, ///< send: the packet was taken; receive its frames
+        NeedsInput, ///< receive: nothing more until the next packet is sent
+        End, ///< the decoder was drained: no frame will come before a flush
+        Error, ///< the decoder refused (logged); for send, also while frames wait
+    };
+    Q_ENUM(Step)
+    /// A receive: the step, and the frame when the step is Frame.
+    struct Received
+    {
+        Step step;
+        AVFramePtr frame;
+    };
+
     /// A closed decoder.
     explicit FFDecoder(QObject *parent = nullptr);
     ~FFDecoder() override;
@@ -31,8 +47,10 @@ public:
     /// or it does not open.
     bool open(const AVStream *stream, int threads) override;
     void close() override;
+    /// send() is Accepted or End.
     bool sendPacket(const AVPacketPtr &pkt) override;
     bool couldRecv() override;
+    /// The frame of receive(); null for every other step.
     AVFramePtr recvFrame() override;
     void clearBuffer() override;
     AVBufferRef *hwFramesContext() override;
@@ -41,6 +59,15 @@ public:
     /// Whether the next packets' frames that no other frame refers to are dropped
     /// undecoded (AVDISCARD_NONREF); off after open().
     void setSkipNonReference(bool skip);
+    /// Feeds one packet, a null one drains: Accepted, End when the decoder is
+    /// already drained (the packet is not taken; what it holds can still be
+    /// received), Error when refused or not open (logged when refused).
+    Step send(const AVPacketPtr &pkt);
+    /// Takes the next frame: Frame with it, NeedsInput, End after a drain gave its
+    /// last frame, Error when the decoder failed (logged) or is not open.
+    Received receive();
+    /// Whether any send or receive was refused since construction.
+    bool hasError() const;
     /// The codec context, shared; null before open() and after close().
     AVCodecContextPtr codecContext() const;
     /// The subtitle character set the context was opened with; empty otherwise.

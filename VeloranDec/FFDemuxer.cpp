@@ -10,6 +10,8 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
+
 extern "C" {
 #include <libavutil/error.h>
 }
@@ -20,14 +22,23 @@ namespace {
 
 // Limits for one blocking call: a stalled or endless source gives up after them.
 // Opening covers probing, which reads and decodes the first packets of each stream.
-constexpr qint64 kOpenDeadlineMs = 15000;
-constexpr qint64 kReadDeadlineMs = 10000;
+constexpr long long kOpenDeadlineMs = 15000;
+constexpr long long kReadDeadlineMs = 10000;
 
 QString errorText(int code)
 {
     char text[256] = {0};
     av_strerror(code, text, sizeof(text));
     return QString::fromUtf8(text);
+}
+
+// The description of the stream with this container index; null when none has it.
+template <class Info>
+QSharedPointer<Info> streamWithIndex(const QVector<QSharedPointer<Info>> &streams, int index)
+{
+    const auto found = std::find_if(streams.begin(), streams.end(),
+                                    [index](const QSharedPointer<Info> &stream) { return stream->index == index; });
+    return found != streams.end() ? *found : nullptr;
 }
 
 } // namespace
@@ -42,7 +53,6 @@ FFDemuxer::~FFDemuxer()
 {
     // The format context goes first: closing it may still call back into the file.
     releaseFormatCtx();
-    delete mQrcFile;
 }
 
 bool FFDemuxer::open(const QString &path)
@@ -60,8 +70,7 @@ bool FFDemuxer::open(const QString &path)
     } else {
         // The open context may still read from the old resource file: drop it first.
         releaseFormatCtx();
-        delete mQrcFile;
-        mQrcFile = new QFile(path);
+        mQrcFile = std::make_unique<QFile>(path);
         if (!mQrcFile->open(QIODevice::ReadOnly)) {
             VR_LOG << "mQrcFile->open failed.";
             return false;
@@ -91,7 +100,7 @@ int FFDemuxer::openResource()
     // No buffer of our own: reads bigger than the (empty) buffer go straight to the
     // callback, and after probing FFmpeg keeps its probe buffer as the I/O buffer.
     // The format context's deleter frees the I/O context with whatever buffer it has.
-    AVIOContext *io = avio_alloc_context(nullptr, 0, 0, mQrcFile, qrc_read_packet, nullptr, qrc_seek);
+    AVIOContext *io = avio_alloc_context(nullptr, 0, 0, mQrcFile.get(), qrc_read_packet, nullptr, qrc_seek);
     if (!io)
         return AVERROR(ENOMEM);
     const AVIOInterruptCB interrupt = mDeadline->interruptCallback();
@@ -110,7 +119,7 @@ void FFDemuxer::releaseFormatCtx()
     mFormatCtx.reset();
 }
 
-qint64 FFDemuxer::containerTimeMs(qint64 ms) const
+long long FFDemuxer::containerTimeMs(long long ms) const
 {
     // A request for the very start is not shifted: 0 means "before everything".
     if (ms > 0 && mFormatCtx && mFormatCtx->start_time > 0)
@@ -122,7 +131,7 @@ void FFDemuxer::seek(qint64 ms)
 {
     if (!mFormatCtx)
         return;
-    const qint64 t = containerTimeMs(ms);
+    const long long t = containerTimeMs(ms);
     const ReadDeadline::Scope deadline(*mDeadline, kReadDeadlineMs);
     avformat_flush(mFormatCtx.data());
     const int result = av_seek_frame(mFormatCtx.data(), -1, t * 1000, AVSEEK_FLAG_BACKWARD);
@@ -134,10 +143,10 @@ void FFDemuxer::seekByStream(qint64 ms, int streamIndex)
 {
     if (streamIndex < 0 || !mFormatCtx || streamIndex >= static_cast<int>(mFormatCtx->nb_streams))
         return;
-    const qint64 t = containerTimeMs(ms);
+    const long long t = containerTimeMs(ms);
     const ReadDeadline::Scope deadline(*mDeadline, kReadDeadlineMs);
     avformat_flush(mFormatCtx.data());
-    const qint64 target = av_rescale_q(t, AVRational {1, 1000}, mFormatCtx->streams[streamIndex]->time_base);
+    const long long target = av_rescale_q(t, AVRational {1, 1000}, mFormatCtx->streams[streamIndex]->time_base);
     const int result = av_seek_frame(mFormatCtx.data(), streamIndex, target, AVSEEK_FLAG_BACKWARD);
     if (result < 0) {
         // Last resort over all streams. The target stays in the stream's units
@@ -149,7 +158,7 @@ void FFDemuxer::seekByStream(qint64 ms, int streamIndex)
     }
 }
 
-qint64 FFDemuxer::indexedKeyFrameAtOrBefore(int streamIndex, qint64 ts) const
+long long FFDemuxer::indexedKeyFrameAtOrBefore(int streamIndex, long long ts) const
 {
     if (!mFormatCtx || streamIndex < 0 || streamIndex >= static_cast<int>(mFormatCtx->nb_streams))
         return AV_NOPTS_VALUE;
@@ -222,25 +231,13 @@ QSharedPointer<ContainerInfo> FFDemuxer::containerInfo() const
 QSharedPointer<CVideoStreamInfo> FFDemuxer::videoStreamInfo(int index) const
 {
     const QSharedPointer<ContainerInfo> info = containerInfo();
-    if (!info)
-        return {};
-    for (const QSharedPointer<CVideoStreamInfo> &stream : info->videoStreams) {
-        if (stream->index == index)
-            return stream;
-    }
-    return {};
+    return info ? streamWithIndex(info->videoStreams, index) : nullptr;
 }
 
 QSharedPointer<CAudioStreamInfo> FFDemuxer::audioStreamInfo(int index) const
 {
     const QSharedPointer<ContainerInfo> info = containerInfo();
-    if (!info)
-        return {};
-    for (const QSharedPointer<CAudioStreamInfo> &stream : info->audioStreams) {
-        if (stream->index == index)
-            return stream;
-    }
-    return {};
+    return info ? streamWithIndex(info->audioStreams, index) : nullptr;
 }
 
 QSharedPointer<FFDemuxer> FFDemuxer::createDemuxer(const QString &path, bool forceVob)

@@ -58,7 +58,7 @@ public:
     /// before `ts` (both in the stream's time base): where a seek to `ts` lands.
     /// AV_NOPTS_VALUE when closed, for an index out of range, or when the index
     /// has no such entry (or no entries at all, as in streamed formats).
-    virtual qint64 indexedKeyFrameAtOrBefore(int streamIndex, qint64 ts) const;
+    virtual long long indexedKeyFrameAtOrBefore(int streamIndex, long long ts) const;
 
     /// The next packet of one stream; packets of other streams are dropped. Null as
     /// readPacket().
@@ -88,7 +88,7 @@ public:
 
 protected:
     /// Milliseconds from the file start to the container's time in milliseconds.
-    qint64 containerTimeMs(qint64 ms) const;
+    long long containerTimeMs(long long ms) const;
 
 private:
     int openResource();
@@ -96,7 +96,7 @@ private:
     void releaseFormatCtx();
 
     AVFormatContextPtr mFormatCtx;
-    QFile *mQrcFile = nullptr;
+    std::unique_ptr<QFile> mQrcFile;
     QString mPath;
     // Limits every blocking call on the format context (see ReadDeadline).
     const std::unique_ptr<ReadDeadline> mDeadline;

@@ -88,7 +88,7 @@ bool FFStreamReader::openChosenStream(const QString &path, int index)
 {
     AVFormatContextPtr ctx = mDemuxer ? mDemuxer->formatCtx() : AVFormatContextPtr();
     if (ctx && index >= 0 && unsigned(index) < ctx->nb_streams) {
-        mDecoder.reset(new FFDecoder);
+        mDecoder = std::make_unique<FFDecoder>();
         if (mDecoder->open(ctx->streams[index], -1)) {
             mStreamIndex = index;
             ensureStreamInfo(path);
@@ -141,14 +141,17 @@ AVFramePtr FFStreamReader::decodeNextFrame()
         return {};
     if (!mFrames.empty())
         return takeFirstFrame();
-
-    for (;;) {
-        // Frames the decoder still holds from the last packet come first.
-        if (mDecoder->couldRecv()) {
-            receiveFrames();
-            if (!mFrames.empty())
-                return takeFirstFrame();
-        }
+    // FFmpeg's decode loop: receive until the decoder needs input, then send it the
+    // next packet.
+    for (bool drained = false;;) {
+        const FFDecoder::Step received = receiveFrames();
+        if (!mFrames.empty())
+            return takeFirstFrame();
+        // After the drain the decoder says End once its last frame is out; whatever
+        // else it says then (a rejected drain, a failed frame), no frame is coming.
+        if (received == FFDecoder::Step::End || drained)
+            return {};
+        // NeedsInput, or a frame that failed to decode: on to the next packet.
         const AVPacketPtr packet = mDemuxer->readPacket(mStreamIndex);
         const bool hidden = isHidden(packet);
         // A frame nothing refers to that can never be shown is not worth a packet.
@@ -156,20 +159,11 @@ AVFramePtr FFStreamReader::decodeNextFrame()
             continue;
         mDecoder->setSkipNonReference(hidden);
         // A null packet drains the decoder at the end of the input (or after a read
-        // error). The decoder keeps accepting the drain once it is at its end, so
-        // a drain that yields nothing is the end of the stream. A packet the
-        // decoder rejects (damaged data, or a frame whose references were skipped
-        // by a seek into the middle of a group of pictures) is passed over.
-        if (!mDecoder->sendPacket(packet)) {
-            if (!packet)
-                return {};
-            continue;
-        }
-        receiveFrames();
-        if (!mFrames.empty())
-            return takeFirstFrame();
-        if (!packet)
-            return {};
+        // error). A packet the decoder rejects (damaged data, or a frame whose
+        // references were skipped by a seek into the middle of a group of pictures)
+        // is passed over; send() has logged it.
+        drained = !packet;
+        mDecoder->send(packet);
     }
 }
 
@@ -185,14 +179,16 @@ bool FFStreamReader::isHidden(const AVPacketPtr &packet)
     return hidden;
 }
 
-void FFStreamReader::receiveFrames()
+FFDecoder::Step FFStreamReader::receiveFrames()
 {
+    // At the cap the rest stays in the decoder until these are handed out.
     while (mFrames.size() < kMostFramesQueued) {
-        AVFramePtr frame = mDecoder->recvFrame();
-        if (!frame)
-            return;
-        mFrames.push_back(std::move(frame));
+        FFDecoder::Received received = mDecoder->receive();
+        if (received.step != FFDecoder::Step::Frame)
+            return received.step;
+        mFrames.push_back(std::move(received.frame));
     }
+    return FFDecoder::Step::Frame;
 }
 
 AVFramePtr FFStreamReader::takeFirstFrame()

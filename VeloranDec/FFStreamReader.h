@@ -2,6 +2,7 @@
 
 #include "Common/BasicObject.h"
 #include "FFmpegJointPtrs.h"
+#include "VeloranDec/FFDecoder.h"
 #include "vrfetcher_export.h"
 
 #include <QSharedPointer>
@@ -22,7 +23,6 @@ struct AVStream;
 namespace Veloran {
 
 class FFDemuxer;
-class FFDecoder;
 
 /// What the video and audio stream readers have in common: one demuxer and one
 /// decoder for a single stream of a file, the queue of decoded frames, and the
@@ -166,7 +166,9 @@ protected:
 private:
     bool openChosenStream(const QString &path, int index);
     void dropStream();
-    void receiveFrames();
+    // Receives into mFrames until the decoder needs input, ends, fails or the
+    // queue is full (Frame); returns that step.
+    FFDecoder::Step receiveFrames();
     bool stepBackBefore(long long ms, long long firstPtsMs, int &attempt, long long &stepMs);
     void resetPosition(long long ms, bool byStream);
     AVFramePtr takeFirstFrame();

@@ -29,7 +29,7 @@ bool FFVobDemuxer::open(const QString &path)
         return false;
 
     mChapters = VobEntryManager::sharedInstance()->scanVobEntry(path);
-    qint64 startUs = 0;
+    long long startUs = 0;
     for (const VobChapter &chapter : qAsConst(mChapters)) {
         mChapterStartUs.append(startUs);
         startUs += chapter.durationUs;
@@ -77,7 +77,7 @@ qint64 FFVobDemuxer::durationMs()
     return (mChapterStartUs.last() + mChapters.last().durationUs) / 1000;
 }
 
-qint64 FFVobDemuxer::indexedKeyFrameAtOrBefore(int streamIndex, qint64 ts) const
+long long FFVobDemuxer::indexedKeyFrameAtOrBefore(int streamIndex, long long ts) const
 {
     return isChaptered() ? AV_NOPTS_VALUE : FFDemuxer::indexedKeyFrameAtOrBefore(streamIndex, ts);
 }
@@ -92,17 +92,17 @@ void FFVobDemuxer::resetTracks(int chapter, bool awaitKeys)
     }
 }
 
-int FFVobDemuxer::chapterAtPos(qint64 pos) const
+int FFVobDemuxer::chapterAtPos(long long pos) const
 {
     // The last chapter that starts at or before the position.
     const auto after = std::upper_bound(mChapters.cbegin(), mChapters.cend(), pos,
-                                        [](qint64 p, const VobChapter &c) { return p < c.startPos; });
+                                        [](long long p, const VobChapter &c) { return p < c.startPos; });
     return std::max(0, int(after - mChapters.cbegin()) - 1);
 }
 
-int FFVobDemuxer::chapterAtMs(qint64 ms) const
+int FFVobDemuxer::chapterAtMs(long long ms) const
 {
-    const qint64 us = ms * 1000;
+    const long long us = ms * 1000;
     const auto after = std::upper_bound(mChapterStartUs.cbegin(), mChapterStartUs.cend(), us);
     return std::max(0, int(after - mChapterStartUs.cbegin()) - 1);
 }
@@ -113,14 +113,14 @@ void FFVobDemuxer::seek(qint64 ms)
         FFDemuxer::seek(ms);
         return;
     }
-    ms = std::clamp<qint64>(ms, 0, durationMs());
+    ms = std::clamp<long long>(ms, 0, durationMs());
     const int index = chapterAtMs(ms);
     const VobChapter &chapter = mChapters[index];
     // Aim early by the chapter's seek lead, so that the byte seek lands before the
     // entry point the time needs; video then resumes at that entry point.
-    const qint64 intoMs = std::clamp<qint64>(ms - (mChapterStartUs[index] + chapter.seekLeadUs) / 1000, 0,
+    const long long intoMs = std::clamp<long long>(ms - (mChapterStartUs[index] + chapter.seekLeadUs) / 1000, 0,
                                              chapter.durationMs());
-    const qint64 pos = chapter.startPos + qint64(double(intoMs) * chapter.bytesPerMs);
+    const long long pos = chapter.startPos + static_cast<long long>(double(intoMs) * chapter.bytesPerMs);
     seekByFilePos(std::min(pos, chapter.endPos));
     // A chapter without entry points gives nothing better to wait for.
     resetTracks(index, chapter.entryGapUs > 0);
@@ -156,7 +156,7 @@ bool FFVobDemuxer::placePacket(AVPacket *packet)
     const AVStream *stream = formatCtx()->streams[packet->stream_index];
     StreamTrack &track = mTracks[packet->stream_index];
 
-    const qint64 decodeUs = decodeTimeUs(stream, packet);
+    const long long decodeUs = decodeTimeUs(stream, packet);
     if (packet->pos >= 0)
         track.chapter = chapterAtPos(packet->pos);
     else if (marksChapters(stream) && isChapterBreak(track.lastUs, decodeUs))
@@ -166,12 +166,12 @@ bool FFVobDemuxer::placePacket(AVPacket *packet)
 
     // The first chapter keeps its own times; each later one follows on where the
     // one before it ended.
-    const qint64 shiftUs = mChapters.first().firstUs + mChapterStartUs[track.chapter] - mChapters[track.chapter].firstUs;
+    const long long shiftUs = mChapters.first().firstUs + mChapterStartUs[track.chapter] - mChapters[track.chapter].firstUs;
 
     if (track.awaitingKey) {
         // Entry points at or before the floor are passed over too: the next one is
         // still no later than the time the seek asked for.
-        const qint64 presentationUs = presentationTimeUs(stream, packet);
+        const long long presentationUs = presentationTimeUs(stream, packet);
         const bool resume = isEntryPoint(stream, packet)
             && (presentationUs == AV_NOPTS_VALUE || mEntryFloorUs == AV_NOPTS_VALUE
                 || presentationUs + shiftUs > mEntryFloorUs);

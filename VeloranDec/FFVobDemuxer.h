@@ -52,7 +52,7 @@ public:
     /// The plain index for a file of one chapter. A chaptered file's index holds the
     /// chapters' own restarting times, which say nothing about the continuous clip:
     /// AV_NOPTS_VALUE.
-    qint64 indexedKeyFrameAtOrBefore(int streamIndex, qint64 ts) const override;
+    long long indexedKeyFrameAtOrBefore(int streamIndex, long long ts) const override;
 
     /// The chapters found at open; empty while closed.
     QVector<VobChapter> chapters() const;
@@ -63,7 +63,7 @@ private:
     struct StreamTrack
     {
         int chapter = 0;
-        qint64 lastUs = AV_NOPTS_VALUE;
+        long long lastUs = AV_NOPTS_VALUE;
         bool awaitingKey = false;
         int skipped = 0;
     };
@@ -72,16 +72,16 @@ private:
     void clearChapters();
     void publishDuration();
     void resetTracks(int chapter, bool awaitKeys);
-    int chapterAtPos(qint64 pos) const;
-    int chapterAtMs(qint64 ms) const;
+    int chapterAtPos(long long pos) const;
+    int chapterAtMs(long long ms) const;
     /// Places the packet in its chapter and moves its times; false to skip it.
     bool placePacket(AVPacket *packet);
 
     QVector<VobChapter> mChapters;
-    QVector<qint64> mChapterStartUs; ///< continuous time at which each chapter begins
+    QVector<long long> mChapterStartUs; ///< continuous time at which each chapter begins
     /// After a seek: video resumes at the first entry point later than this
     /// (in the file's time as it reads continuously).
-    qint64 mEntryFloorUs = AV_NOPTS_VALUE;
+    long long mEntryFloorUs = AV_NOPTS_VALUE;
     QVector<StreamTrack> mTracks;
 };
 

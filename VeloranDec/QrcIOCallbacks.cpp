@@ -11,7 +11,7 @@ int qrc_read_packet(void *opaque, uint8_t *buf, int size)
     if (!opaque)
         return -1;
     auto *file = static_cast<QFile *>(opaque);
-    const qint64 count = file->read(reinterpret_cast<char *>(buf), size);
+    const long long count = file->read(reinterpret_cast<char *>(buf), size);
     return count > 0 ? static_cast<int>(count) : -1;
 }
 
@@ -20,7 +20,7 @@ int64_t qrc_seek(void *opaque, int64_t offset, int whence)
     if (!opaque)
         return -1;
     auto *file = static_cast<QFile *>(opaque);
-    qint64 target = 0;
+    long long target = 0;
     switch (whence) {
     case SEEK_SET:
         target = offset;

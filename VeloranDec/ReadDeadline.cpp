@@ -2,7 +2,7 @@
 
 namespace Veloran {
 
-ReadDeadline::Scope::Scope(ReadDeadline &deadline, qint64 ms)
+ReadDeadline::Scope::Scope(ReadDeadline &deadline, long long ms)
     : mDeadline(deadline)
     , mOuter(deadline.mTimer)
 {

@@ -21,7 +21,7 @@ public:
     {
     public:
         /// Limits `deadline` to `ms` milliseconds from now (or less, when nested).
-        Scope(ReadDeadline &deadline, qint64 ms);
+        Scope(ReadDeadline &deadline, long long ms);
         /// Puts back the limit that held before this scope.
         ~Scope();
         Scope(const Scope &) = delete;

@@ -16,7 +16,7 @@ namespace Veloran {
 
 namespace {
 
-qint64 streamDurationMs(const AVStream *stream)
+long long streamDurationMs(const AVStream *stream)
 {
     const double factor = stream->time_base.den == 0
         ? 0.0
@@ -24,8 +24,8 @@ qint64 streamDurationMs(const AVStream *stream)
     const double ms = stream->duration * factor;
     // A hostile duration must not make the conversion undefined.
     if (!(std::fabs(ms) < 9.2e18))
-        return ms < 0 ? std::numeric_limits<qint64>::min() : std::numeric_limits<qint64>::max();
-    return static_cast<qint64>(ms);
+        return ms < 0 ? std::numeric_limits<long long>::min() : std::numeric_limits<long long>::max();
+    return static_cast<long long>(ms);
 }
 
 bool isUsableRate(AVRational rate, int bound)
@@ -125,7 +125,7 @@ QSharedPointer<ContainerInfo> makeContainerInfo(AVFormatContext *context, const 
     const int64_t duration = context->duration;
     info->durationMs = duration > std::numeric_limits<int64_t>::max() - 5000 ? duration / 1000
                                                                              : (duration + 5000) / 1000;
-    info->startTime = static_cast<qint64>(static_cast<double>(context->start_time) / 1e6);
+    info->startTime = static_cast<long long>(static_cast<double>(context->start_time) / 1e6);
     info->bitRate = context->bit_rate;
     if (context->iformat && context->iformat->long_name)
         info->formatName = QString::fromUtf8(context->iformat->long_name);

@@ -8,8 +8,7 @@
 namespace Veloran {
 
 VideoFrame::VideoFrame(AVFramePtr frame, int seekMode)
-    : mFrame(std::move(frame))
-    , mSeekMode(seekMode)
+    : FrameWrapper(std::move(frame), -1, seekMode)
 {
 }
 
@@ -17,36 +16,9 @@ VideoFrame::VideoFrame(AVFramePtr frame, int seekMode)
 // the picture.
 VideoFrame::~VideoFrame() = default;
 
-int VideoFrame::format() const
-{
-    return mFrame ? mFrame->format : -1;
-}
-
-long long VideoFrame::rawPts() const
-{
-    return mFrame ? mFrame->pts : 0;
-}
-
-long long VideoFrame::pts() const
-{
-    if (mPts >= 0 || !mFrame)
-        return mPts;
-    return mFrame->pts;
-}
-
-void VideoFrame::setPts(long long pts)
-{
-    mPts = pts;
-}
-
 QSize VideoFrame::frameSize() const
 {
     return mFrame ? QSize(mFrame->width, mFrame->height) : QSize(-1, -1);
-}
-
-uint8_t *VideoFrame::data(int plane) const
-{
-    return mFrame ? mFrame->data[plane] : nullptr;
 }
 
 int VideoFrame::lineSize(int plane) const
@@ -145,16 +117,6 @@ float VideoFrame::alpha() const
     return mClip ? mClip->alpha() : 1.0f;
 }
 
-void VideoFrame::setSeekMode(int seekMode)
-{
-    mSeekMode = seekMode;
-}
-
-int VideoFrame::seekMode() const
-{
-    return mSeekMode;
-}
-
 bool VideoFrame::isEndFakeFrame() const
 {
     return !mFrame;
@@ -175,7 +137,7 @@ NLMapNodePtr VideoFrame::clipNode() const
 
 QSharedPointer<IVideoFrame> VideoFrame::makeCopy() const
 {
-    auto *copy = new VideoFrame(mFrame, mSeekMode);
+    const QSharedPointer<VideoFrame> copy = QSharedPointer<VideoFrame>::create(mFrame, mSeekMode);
     copy->mPts = mPts;
     copy->mStreamInfo = mStreamInfo;
     copy->mZOrder = mZOrder;
@@ -183,7 +145,7 @@ QSharedPointer<IVideoFrame> VideoFrame::makeCopy() const
     // The copy shares the clip's node but has its own view of it.
     if (mClip)
         copy->setClipNode(mClip->node());
-    return QSharedPointer<IVideoFrame>(copy);
+    return copy;
 }
 
 QSharedPointer<CVideoStreamInfo> VideoFrame::getStreamInfo() const
@@ -203,14 +165,14 @@ bool VideoFrame::hasClip() const
 
 QSharedPointer<IVideoFrame> makeVideoFrame(AVFramePtr frame, const QSharedPointer<CVideoStreamInfo> &info)
 {
-    QSharedPointer<IVideoFrame> wrapper(new VideoFrame(std::move(frame), 0));
+    QSharedPointer<IVideoFrame> wrapper = QSharedPointer<VideoFrame>::create(std::move(frame), 0);
     wrapper->setStreamInfo(info);
     return wrapper;
 }
 
 QSharedPointer<IVideoFrame> makeFakeVideoFrame()
 {
-    return QSharedPointer<IVideoFrame>(new VideoFrame(AVFramePtr(), 0));
+    return QSharedPointer<VideoFrame>::create(AVFramePtr(), 0);
 }
 
 } // namespace Veloran

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "VeloranDec/FrameWrapper.h"
 #include "VeloranDec/IVideoFrame.h"
 #include "vrfetcher_export.h"
 
@@ -11,7 +12,7 @@ class JSVideoClip;
 
 /// The video frame wrapper: shares the decoded picture, never copies it. It owns the
 /// view of its clip; copies made by makeCopy() share the clip node, not the view.
-class VRFETCHER_EXPORT VideoFrame : public IVideoFrame
+class VRFETCHER_EXPORT VideoFrame : public FrameWrapper<IVideoFrame>
 {
 public:
     /// Wraps `frame` (null for the end-of-stream marker) with time unset, no stream
@@ -22,12 +23,7 @@ public:
     VideoFrame(const VideoFrame &) = delete;
     VideoFrame &operator=(const VideoFrame &) = delete;
 
-    int format() const override;
-    long long rawPts() const override;
-    long long pts() const override;
-    void setPts(long long pts) override;
     QSize frameSize() const override;
-    uint8_t *data(int plane) const override;
     int lineSize(int plane) const override;
     QList<QVariantMap> filters() const override;
     int getRotation() const override;
@@ -40,8 +36,6 @@ public:
     int zOrder() const override;
     void setZOrder(int zOrder) override;
     float alpha() const override;
-    void setSeekMode(int seekMode) override;
-    int seekMode() const override;
     bool isEndFakeFrame() const override;
     void setClipNode(NLMapNodePtr node) override;
     NLMapNodePtr clipNode() const override;
@@ -57,9 +51,6 @@ public:
 private:
     bool hasClip() const;
 
-    AVFramePtr mFrame;
-    long long mPts = -1;
-    int mSeekMode = 0;
     QSharedPointer<CVideoStreamInfo> mStreamInfo;
     int mZOrder = 0;
     bool mTrunk = false;

@@ -20,18 +20,13 @@ VideoSource::VideoSource(QObject *parent)
 {
 }
 
-VideoSource::~VideoSource()
-{
-    delete mAdapter;
-    delete mReader;
-}
+VideoSource::~VideoSource() = default;
 
 bool VideoSource::openVideo(const QString &path, const QVector<AVPixelFormat> &formats, int outputWidth)
 {
     assertOwnThread();
     mPixelFormats = formats;
-    delete mReader;
-    mReader = new FFVideoStreamReader;
+    mReader = std::make_unique<FFVideoStreamReader>();
     mCurrentFrame.reset();
     return openWith(outputWidth, mReader->openStream(path, AVMEDIA_TYPE_VIDEO, -1));
 }
@@ -39,8 +34,7 @@ bool VideoSource::openVideo(const QString &path, const QVector<AVPixelFormat> &f
 bool VideoSource::openVideo_D3D(const QString &path, const QVector<AVPixelFormat> &formats, int outputWidth)
 {
     mPixelFormats = formats;
-    delete mReader;
-    mReader = new FFVideoStreamReader;
+    mReader = std::make_unique<FFVideoStreamReader>();
     mCurrentFrame.reset();
     // The renderer description would come from the graphics layer, which this
     // platform does not have; the GPU name only matters to hardware decoding.
@@ -51,8 +45,7 @@ bool VideoSource::openVideo_D3D(const QString &path, const QVector<AVPixelFormat
 bool VideoSource::openWith(int outputWidth, bool opened)
 {
     if (!opened) {
-        delete mReader;
-        mReader = nullptr;
+        mReader.reset();
         return false;
     }
     mOutputWidth = outputWidth;
@@ -68,8 +61,7 @@ bool VideoSource::ensureAdapter(const AVFramePtr &frame)
                                             : mAdapter->outWidth() == mAdapter->inWidth();
         if (fits)
             return true;
-        delete mAdapter;
-        mAdapter = nullptr;
+        mAdapter.reset();
     }
     const auto frameFormat = AVPixelFormat(frame->format);
     // Without any accepted format there is nothing to convert to.
@@ -98,7 +90,7 @@ bool VideoSource::ensureAdapter(const AVFramePtr &frame)
         return false;
     }
 
-    mAdapter = new FFVideoAdapter;
+    mAdapter = std::make_unique<FFVideoAdapter>();
     mAdapter->setOutFormat(mPixelFormats[0]);
     const AVPixelFormat outFormat =
         isHasAlpha(frameFormat) && mPixelFormats.size() >= 2 ? mPixelFormats[1] : mPixelFormats[0];
@@ -221,7 +213,7 @@ void VideoSource::resetOutputWidth(int width)
 
 QList<BasicObject *> VideoSource::threadParts() const
 {
-    return {mReader, mAdapter};
+    return {mReader.get(), mAdapter.get()};
 }
 
 } // namespace Veloran

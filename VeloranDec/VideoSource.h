@@ -8,6 +8,8 @@
 #include <QString>
 #include <QVector>
 
+#include <memory>
+
 extern "C" {
 #include <libavutil/pixfmt.h>
 }
@@ -98,8 +100,8 @@ private:
     // False when the frame cannot be given at the output width.
     bool ensureAdapter(const AVFramePtr &frame);
 
-    FFVideoStreamReader *mReader = nullptr;
-    FFVideoAdapter *mAdapter = nullptr;
+    std::unique_ptr<FFVideoStreamReader> mReader;
+    std::unique_ptr<FFVideoAdapter> mAdapter;
     QSharedPointer<IVideoFrame> mCurrentFrame;
     QVector<AVPixelFormat> mPixelFormats;
     int mOutputWidth = 0;

@@ -13,25 +13,25 @@ namespace Veloran {
 /// restarting or jumping. Chapters follow each other in the file without gaps.
 struct VobChapter
 {
-    qint64 startPos = 0;   ///< first byte of the chapter
-    qint64 endPos = 0;     ///< one past its last byte
-    qint64 firstUs = 0;    ///< earliest timestamp of the chapter, in the file's own time (µs)
-    qint64 durationUs = 0; ///< from firstUs to the end of its last packet
-    double bytesPerMs = 0; ///< average, over the chapter's byte range
+    long long startPos = 0;   ///< first byte of the chapter
+    long long endPos = 0;     ///< one past its last byte
+    long long firstUs = 0;    ///< earliest timestamp of the chapter, in the file's own time (µs)
+    long long durationUs = 0; ///< from firstUs to the end of its last packet
+    double bytesPerMs = 0;    ///< average, over the chapter's byte range
     /// Entry points (see isEntryPoint) are at most this far apart, counting the
     /// chapter's start and end too; 0 without entry points.
-    qint64 entryGapUs = 0;
+    long long entryGapUs = 0;
     /// How much earlier than the time asked for a seek aims, so that it lands before
     /// the entry point that time needs: the entry gap plus how far the pictures run
     /// ahead of an even spread of the bytes over time.
-    qint64 seekLeadUs = 0;
+    long long seekLeadUs = 0;
 
     /// The duration in whole milliseconds.
-    qint64 durationMs() const { return durationUs / 1000; }
+    long long durationMs() const { return durationUs / 1000; }
 };
 
 /// A timestamp in the stream's time base as microseconds, or AV_NOPTS_VALUE.
-inline qint64 streamTimeUs(const AVStream *stream, int64_t ts)
+inline long long streamTimeUs(const AVStream *stream, int64_t ts)
 {
     if (ts == AV_NOPTS_VALUE)
         return AV_NOPTS_VALUE;
@@ -40,14 +40,14 @@ inline qint64 streamTimeUs(const AVStream *stream, int64_t ts)
 
 /// The packet's decode time (its presentation time when it has none) in µs. It
 /// runs monotonically within a chapter, so chapter breaks are found on it.
-inline qint64 decodeTimeUs(const AVStream *stream, const AVPacket *packet)
+inline long long decodeTimeUs(const AVStream *stream, const AVPacket *packet)
 {
     return streamTimeUs(stream, packet->dts != AV_NOPTS_VALUE ? packet->dts : packet->pts);
 }
 
 /// The packet's presentation time (its decode time when it has none) in µs; it
 /// gives a chapter's extent.
-inline qint64 presentationTimeUs(const AVStream *stream, const AVPacket *packet)
+inline long long presentationTimeUs(const AVStream *stream, const AVPacket *packet)
 {
     return streamTimeUs(stream, packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts);
 }
@@ -73,10 +73,10 @@ inline bool isEntryPoint(const AVStream *stream, const AVPacket *packet)
 /// Whether a stream's decode time going from `previousUs` to `currentUs` starts a
 /// new chapter: it went back (a restart) or leapt far ahead (a jump). Small steps
 /// back are tolerated for streams that carry only presentation times.
-inline bool isChapterBreak(qint64 previousUs, qint64 currentUs)
+inline bool isChapterBreak(long long previousUs, long long currentUs)
 {
-    constexpr qint64 kBackToleranceUs = 200 * 1000;
-    constexpr qint64 kJumpUs = 1500 * 1000;
+    constexpr long long kBackToleranceUs = 200 * 1000;
+    constexpr long long kJumpUs = 1500 * 1000;
     if (previousUs == AV_NOPTS_VALUE || currentUs == AV_NOPTS_VALUE)
         return false;
     return currentUs < previousUs - kBackToleranceUs || currentUs > previousUs + kJumpUs;

@@ -13,27 +13,27 @@ namespace {
 
 struct EntryPoint
 {
-    qint64 pos = 0;
-    qint64 us = 0; // presentation time
+    long long pos = 0;
+    long long us = 0; // presentation time
 };
 
 // What the scan learns about one chapter while reading.
 struct ChapterExtent
 {
-    qint64 firstPos = -1;  // smallest packet position seen in it
-    qint64 detectedAt = 0; // read position when its first break was seen
-    qint64 firstUs = AV_NOPTS_VALUE;
-    qint64 endUs = AV_NOPTS_VALUE;
+    long long firstPos = -1;  // smallest packet position seen in it
+    long long detectedAt = 0; // read position when its first break was seen
+    long long firstUs = AV_NOPTS_VALUE;
+    long long endUs = AV_NOPTS_VALUE;
     QVector<EntryPoint> entries; // only for measuring the seek lead, then dropped
 
     void add(const AVStream *stream, const AVPacket *packet)
     {
         if (packet->pos >= 0 && (firstPos < 0 || packet->pos < firstPos))
             firstPos = packet->pos;
-        const qint64 startUs = presentationTimeUs(stream, packet);
+        const long long startUs = presentationTimeUs(stream, packet);
         if (startUs == AV_NOPTS_VALUE)
             return;
-        const qint64 durationUs = packet->duration > 0 ? streamTimeUs(stream, packet->duration) : 0;
+        const long long durationUs = packet->duration > 0 ? streamTimeUs(stream, packet->duration) : 0;
         if (firstUs == AV_NOPTS_VALUE || startUs < firstUs)
             firstUs = startUs;
         if (endUs == AV_NOPTS_VALUE || startUs + durationUs > endUs)
@@ -47,7 +47,7 @@ struct ChapterExtent
 struct StreamTrack
 {
     int chapter = 0;
-    qint64 lastUs = AV_NOPTS_VALUE;
+    long long lastUs = AV_NOPTS_VALUE;
 };
 
 // A seek aims at the byte where an even spread of the chapter's bytes over its
@@ -59,20 +59,20 @@ void measureEntries(VobChapter &chapter, const QVector<EntryPoint> &entries)
 {
     if (entries.isEmpty() || chapter.bytesPerMs <= 0)
         return;
-    qint64 gap = 0;
-    qint64 ahead = 0;
-    qint64 previousUs = chapter.firstUs;
+    long long gap = 0;
+    long long ahead = 0;
+    long long previousUs = chapter.firstUs;
     for (const EntryPoint &entry : entries) {
         gap = std::max(gap, entry.us - previousUs);
         previousUs = entry.us;
-        const qint64 spreadUs = qint64(double(entry.pos - chapter.startPos) * 1000.0 / chapter.bytesPerMs);
+        const long long spreadUs = static_cast<long long>(double(entry.pos - chapter.startPos) * 1000.0 / chapter.bytesPerMs);
         ahead = std::max(ahead, entry.us - chapter.firstUs - spreadUs);
     }
     chapter.entryGapUs = std::max(gap, chapter.firstUs + chapter.durationUs - previousUs);
     chapter.seekLeadUs = chapter.entryGapUs + ahead;
 }
 
-QVector<VobChapter> toChapters(const QVector<ChapterExtent> &extents, qint64 fileSize)
+QVector<VobChapter> toChapters(const QVector<ChapterExtent> &extents, long long fileSize)
 {
     QVector<VobChapter> chapters;
     for (int i = 0; i < extents.size(); ++i) {
@@ -83,7 +83,7 @@ QVector<VobChapter> toChapters(const QVector<ChapterExtent> &extents, qint64 fil
             chapter.startPos = std::max(chapter.startPos, chapters.last().startPos);
         if (extents[i].firstUs != AV_NOPTS_VALUE) {
             chapter.firstUs = extents[i].firstUs;
-            chapter.durationUs = std::max<qint64>(0, extents[i].endUs - extents[i].firstUs);
+            chapter.durationUs = std::max<long long>(0, extents[i].endUs - extents[i].firstUs);
         }
         chapters.append(chapter);
     }
@@ -116,7 +116,7 @@ QVector<VobChapter> scanVobChapters(const QString &path)
         int chapter = extents.size() - 1;
         if (marksChapters(stream)) {
             StreamTrack &track = tracks[packet->stream_index];
-            const qint64 decodeUs = decodeTimeUs(stream, packet.data());
+            const long long decodeUs = decodeTimeUs(stream, packet.data());
             if (isChapterBreak(track.lastUs, decodeUs)) {
                 ++track.chapter;
                 if (track.chapter == extents.size()) {

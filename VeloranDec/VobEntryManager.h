@@ -38,8 +38,8 @@ public:
 private:
     struct Stamp
     {
-        qint64 size = -1;
-        qint64 modifiedMs = 0;
+        long long size = -1;
+        long long modifiedMs = 0;
         bool operator==(const Stamp &other) const { return size == other.size && modifiedMs == other.modifiedMs; }
     };
     struct Entry

@@ -50,6 +50,7 @@ set(VR_PUBLIC_HEADERS
   VeloranDec/FFStreamReader.h
   VeloranDec/FFVideoStreamReader.h
   VeloranDec/FFVobDemuxer.h
+  VeloranDec/FrameWrapper.h
   VeloranDec/IAudioFrame.h
   VeloranDec/IVideoDecoder.h
   VeloranDec/IVideoFrame.h
@@ -59,6 +60,7 @@ set(VR_PUBLIC_HEADERS
   VeloranDec/VideoSource.h
   VeloranDec/VobChapter.h
   VeloranDec/VobEntryManager.h
+  VeloranDec/Adapter/ChannelLayout.h
   VeloranDec/Adapter/FFAudioAdapter.h
   VeloranDec/Adapter/FFColourDescription.h
   VeloranDec/Adapter/FFVideoAdapter.h

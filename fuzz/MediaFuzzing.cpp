@@ -29,10 +29,21 @@ struct SubtitleGuard
     ~SubtitleGuard() { avsubtitle_free(&subtitle); }
 };
 
-void drain(FFDecoder &decoder)
+// Receives what one send made ready; a frame comes with every Frame step.
+void receiveFrames(FFDecoder &decoder)
 {
-    for (int i = 0; i < kMaxFramesPerPacket && decoder.recvFrame(); ++i) {
+    for (int i = 0; i < kMaxFramesPerPacket; ++i) {
+        const FFDecoder::Received received = decoder.receive();
+        VR_FUZZ_CHECK((received.step == FFDecoder::Step::Frame) == bool(received.frame),
+                      "a frame comes with the Frame step only");
+        if (received.step != FFDecoder::Step::Frame)
+            return;
     }
+}
+
+bool taken(FFDecoder::Step step)
+{
+    return step == FFDecoder::Step::Accepted || step == FFDecoder::Step::End;
 }
 
 void decodeEveryStream(const QString &path)
@@ -64,13 +75,13 @@ void decodeEveryStream(const QString &path)
         if (context->streams[index]->codecpar->codec_type == AVMEDIA_TYPE_SUBTITLE) {
             SubtitleGuard guard;
             decoder.decodeSubtitle(packet, &guard.subtitle);
-        } else if (decoder.sendPacket(packet)) {
-            drain(decoder);
+        } else if (taken(decoder.send(packet))) {
+            receiveFrames(decoder);
         }
     }
     for (auto &decoder : decoders) {
-        if (decoder && decoder->codecContext()->codec_type != AVMEDIA_TYPE_SUBTITLE && decoder->sendPacket({}))
-            drain(*decoder);
+        if (decoder && decoder->codecContext()->codec_type != AVMEDIA_TYPE_SUBTITLE && taken(decoder->send({})))
+            receiveFrames(*decoder);
     }
 
     // Seeking back after the end must leave the demuxer readable.

@@ -30,24 +30,20 @@ FFAudioAdapter::FFAudioAdapter(QObject *parent)
 {
 }
 
-FFAudioAdapter::~FFAudioAdapter()
-{
-    av_channel_layout_uninit(&mInLayout);
-}
+FFAudioAdapter::~FFAudioAdapter() = default;
 
 bool FFAudioAdapter::setupContext(int inSampleRate, int inChannels, AVSampleFormat inFormat,
                                   AVChannelLayout &inLayout, int outSampleRate, int outChannels,
                                   AVSampleFormat outFormat)
 {
     assertOwnThread();
-    AVChannelLayout outLayout {};
-    av_channel_layout_default(&outLayout, outChannels);
+    ChannelLayout outLayout = ChannelLayout::defaultFor(outChannels);
 
     SwrContext *raw = nullptr;
     const auto usable = [](int rate) { return rate >= 1 && rate <= kMostSampleRate; };
     int result = AVERROR(EINVAL);
     if (usable(inSampleRate) && usable(outSampleRate))
-        result = swr_alloc_set_opts2(&raw, &outLayout, outFormat, outSampleRate, &inLayout, inFormat, inSampleRate, 0,
+        result = swr_alloc_set_opts2(&raw, &outLayout.get(), outFormat, outSampleRate, &inLayout, inFormat, inSampleRate, 0,
                                      nullptr);
     SwrContextPtr context = makeSwrContextPtr(raw);
     if (result >= 0 && context)
@@ -56,20 +52,15 @@ bool FFAudioAdapter::setupContext(int inSampleRate, int inChannels, AVSampleForm
     if (result < 0 || !context) {
         VR_LOG << QString::asprintf("Cannot create sample rate conv of %d Hz %s %d channels to %d Hz %s %d channels!",
                                     inSampleRate, av_get_sample_fmt_name(inFormat), inLayout.nb_channels,
-                                    outSampleRate, av_get_sample_fmt_name(outFormat), outLayout.nb_channels);
+                                    outSampleRate, av_get_sample_fmt_name(outFormat), outLayout.get().nb_channels);
         logIf_FF_Error(result, "audio swr");
-        av_channel_layout_uninit(&outLayout);
         // The earlier resampler and the parameters it was made for stay: a frame
         // that keeps failing is then retried, never fed to a resampler made for
         // other input.
         return false;
     }
-    av_channel_layout_uninit(&outLayout);
 
-    AVChannelLayout layoutCopy {};
-    av_channel_layout_copy(&layoutCopy, &inLayout);
-    av_channel_layout_uninit(&mInLayout);
-    mInLayout = layoutCopy;
+    mInLayout = ChannelLayout(inLayout);
     mInSampleRate = inSampleRate;
     mInChannels = inChannels;
     mInFormat = inFormat;
@@ -92,7 +83,7 @@ AVFramePtr FFAudioAdapter::adapt(AVFramePtr frame)
     }
 
     const uint64_t frameMask = speakerMask(frame->ch_layout);
-    const uint64_t inMask = speakerMask(mInLayout);
+    const uint64_t inMask = speakerMask(mInLayout.get());
     if (frame->format == mOutFormat && frame->ch_layout.nb_channels == mOutChannels && frameMask == inMask
         && frame->sample_rate == mOutSampleRate) {
         return frame;
@@ -113,7 +104,7 @@ AVFramePtr FFAudioAdapter::adapt(AVFramePtr frame)
 
     // Every plane the resampler will read must be there; packed audio has one. The
     // resampler reads as many planes as its layout has channels.
-    const int planes = av_sample_fmt_is_planar(mInFormat) ? qMax(mInChannels, mInLayout.nb_channels) : 1;
+    const int planes = av_sample_fmt_is_planar(mInFormat) ? qMax(mInChannels, mInLayout.get().nb_channels) : 1;
     for (int i = 0; i < planes; ++i) {
         if (!planeOf(frame.data(), i)) {
             VR_LOG << "---player--- channels ,format and data isn't match: "

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Common/BasicObject.h"
+#include "VeloranDec/Adapter/ChannelLayout.h"
 #include "FFmpegJointPtrs.h"
 #include "vrfetcher_export.h"
 
@@ -51,7 +52,7 @@ public:
 private:
     int mInSampleRate = 0;
     int mInChannels = 0;
-    AVChannelLayout mInLayout {};
+    ChannelLayout mInLayout;
     AVSampleFormat mInFormat = AV_SAMPLE_FMT_NONE;
     int mOutSampleRate = 0;
     int mOutChannels = 0;

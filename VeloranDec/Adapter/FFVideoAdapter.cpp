@@ -4,6 +4,8 @@
 #include "VeloranBaseEntry.h"
 #include "VeloranDec/Adapter/FFToneMapper.h"
 
+#include <tuple>
+
 extern "C" {
 #include <libavutil/pixdesc.h>
 }
@@ -22,7 +24,7 @@ bool isRgb(AVPixelFormat format)
 
 FFVideoAdapter::FFVideoAdapter(QObject *parent)
     : BasicObject(parent)
-    , mToneMapper(new FFToneMapper)
+    , mToneMapper(std::make_unique<FFToneMapper>())
 {
 }
 
@@ -54,12 +56,8 @@ bool FFVideoAdapter::setupContext(int srcW, int srcH, AVPixelFormat srcFormat, i
     mToneMapping = false;
     mToneMapper->reset();
 
-    mInWidth = srcW;
-    mInHeight = srcH;
-    mInFormat = srcFormat;
-    mOutWidth = dstW;
-    mOutHeight = dstH;
-    mOutFormat = dstFormat;
+    std::tie(mInWidth, mInHeight, mInFormat) = std::make_tuple(srcW, srcH, srcFormat);
+    std::tie(mOutWidth, mOutHeight, mOutFormat) = std::make_tuple(dstW, dstH, dstFormat);
     mSwsContext = context;
     return true;
 }

@@ -386,16 +386,100 @@ private Q_SLOTS:
         QVERIFY(!decoder.open(stream, -1));
         QCOMPARE(capture.recordTexts(), QStringList {"---player--- avcodec_find_decoder failed"});
 
-        // Garbage where a PNG picture should be is refused and logged.
-        capture.clear();
         stream->codecpar->codec_type = AVMEDIA_TYPE_VIDEO;
         stream->codecpar->codec_id = AV_CODEC_ID_PNG;
         QVERIFY(decoder.open(stream, -1));
         QCOMPARE(decoder.codecContext()->thread_count, 1); // pictures by codec, flag or not
-        QVERIFY(!decoder.sendPacket(makePacket(QByteArray(256, '\x5a'), 0, 1)));
-        QVERIFY(decoder.recvFrame().isNull());
-        QCOMPARE(capture.records().size(), 1);
-        QVERIFY(capture.records().first().text().startsWith("avcodec_send_packet error."));
+    }
+
+    // Send and receive name their step as FFmpeg's decode loop does. Ops: "send"
+    // the next packet, "all" (every packet, receiving after each), "drain", "recv"
+    // (until no frame comes), "rewind" the demuxer, "flush" the decoder; "garbage"
+    // feeds a PNG stream noise. One decoder thread, so every frame comes out of its
+    // own packet at once.
+    void decodeStepsFollowFFmpegsLoop_data()
+    {
+        QTest::addColumn<QStringList>("ops");
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<int>("frames");
+        QTest::addColumn<QStringList>("logs");
+        const QStringList none;
+        QTest::newRow("a packet gives its frame") << QStringList {"send", "recv"} << QStringList {"Accepted", "NeedsInput"}
+                                                  << 1 << none;
+        // 4 s at 25 frames a second.
+        QTest::newRow("drained, End after the last frame")
+            << QStringList {"all", "drain", "recv", "drain", "recv"}
+            << QStringList {"Accepted", "Accepted", "End", "End", "End"} << 100 << none;
+        QTest::newRow("after the end only a flush takes packets")
+            << QStringList {"all", "drain", "recv", "rewind", "send", "recv", "flush", "rewind", "send", "recv"}
+            << QStringList {"Accepted", "Accepted", "End", "", "End", "End", "", "", "Accepted", "NeedsInput"} << 101
+            << none;
+        QTest::newRow("garbage is refused") << QStringList {"garbage", "recv"} << QStringList {"Error", "NeedsInput"} << 0
+                                            << QStringList {"avcodec_send_packet error."};
+        QTest::newRow("closed") << QStringList {"send", "recv", "drain"} << QStringList {"Error", "Error", "Error"} << 0
+                                << none;
+    }
+
+    void decodeStepsFollowFFmpegsLoop()
+    {
+        QFETCH(QStringList, ops);
+        QFETCH(QStringList, steps);
+        QFETCH(int, frames);
+        QFETCH(QStringList, logs);
+        LogCapture capture;
+        FFDemuxer demuxer;
+        QVERIFY(demuxer.open(TestMedia::path("media-start1400.mp4")));
+        const int stream = streamOfType(demuxer, AVMEDIA_TYPE_VIDEO);
+        const AVFormatContextPtr png = makeAVFormatContextPtr(avformat_alloc_context());
+        AVStream *pngStream = avformat_new_stream(png.data(), nullptr);
+        pngStream->codecpar->codec_type = AVMEDIA_TYPE_VIDEO;
+        pngStream->codecpar->codec_id = AV_CODEC_ID_PNG;
+        FFDecoder decoder;
+        if (QTest::currentDataTag() != QLatin1String("closed"))
+            QVERIFY(decoder.open(ops.first() == "garbage" ? pngStream : streamAt(demuxer, stream), 1));
+
+        const QMetaEnum names = QMetaEnum::fromType<FFDecoder::Step>();
+        int decoded = 0;
+        int misfits = 0; // a frame missing with Frame, or one coming with any other step
+        auto receiveAll = [&] {
+            FFDecoder::Received received;
+            for (received = decoder.receive(); received.step == FFDecoder::Step::Frame; received = decoder.receive()) {
+                misfits += received.frame && received.frame->width == 160 ? 0 : 1;
+                ++decoded;
+            }
+            misfits += received.frame ? 1 : 0;
+            return received.step;
+        };
+        QStringList taken;
+        for (const QString &op : ops) {
+            FFDecoder::Step step = FFDecoder::Step::Error;
+            if (op == "send" || op == "drain") {
+                step = decoder.send(op == "send" ? demuxer.readPacket(stream) : AVPacketPtr());
+            } else if (op == "all") {
+                while (const AVPacketPtr packet = demuxer.readPacket(stream)) {
+                    step = decoder.send(packet);
+                    receiveAll();
+                }
+            } else if (op == "recv") {
+                step = receiveAll();
+            } else if (op == "garbage") {
+                step = decoder.send(makePacket(QByteArray(256, '\x5a'), 0, 1));
+            } else {
+                op == "rewind" ? demuxer.seek(0) : decoder.clearBuffer();
+                taken << QString();
+                continue;
+            }
+            taken << names.valueToKey(int(step));
+        }
+        QCOMPARE(taken, steps);
+        QCOMPARE(decoded, frames);
+        QCOMPARE(misfits, 0);
+        // Only what FFmpeg refused counts as an error, logged once.
+        QCOMPARE(decoder.hasError(), !logs.isEmpty());
+        const QStringList logged = capture.recordTexts();
+        QCOMPARE(logged.size(), logs.size());
+        for (int i = 0; i < logs.size(); ++i)
+            QVERIFY2(logged.at(i).startsWith(logs.at(i)), qPrintable(logged.at(i)));
     }
 };
 

@@ -110,19 +110,19 @@ QVector<AVFramePtr> decodeFrames(FFDemuxer &demuxer, FFDecoder &decoder, int str
 {
     QVector<AVFramePtr> frames;
     decoder.clearBuffer();
-    for (bool ended = false;;) {
-        while (frames.size() < count) {
-            AVFramePtr frame = decoder.recvFrame();
-            if (!frame)
-                break;
-            frames.append(frame);
+    for (bool drained = false; frames.size() < count;) {
+        FFDecoder::Received received = decoder.receive();
+        if (received.step == FFDecoder::Step::Frame) {
+            frames.append(received.frame);
+            continue;
         }
-        if (frames.size() >= count || ended)
-            return frames;
+        if (received.step == FFDecoder::Step::End || drained)
+            break;
         const AVPacketPtr packet = demuxer.readPacket(stream);
-        ended = !packet; // a null packet drains the decoder
-        decoder.sendPacket(packet);
+        drained = !packet; // a null packet drains the decoder
+        decoder.send(packet);
     }
+    return frames;
 }
 
 qint64 frameMs(const AVFramePtr &frame, const AVStream *stream, qint64 originUs)
