@@ -47,7 +47,8 @@ public:
     /// or it does not open.
     bool open(const AVStream *stream, int threads) override;
     void close() override;
-    /// send() is Accepted or End.
+    /// True when send() took the packet (Accepted) or the decoder is already
+    /// drained (End); false when it was refused.
     bool sendPacket(const AVPacketPtr &pkt) override;
     bool couldRecv() override;
     /// The frame of receive(); null for every other step.
