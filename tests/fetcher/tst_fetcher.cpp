@@ -37,15 +37,12 @@ class TstFetcher : public QObject
     Q_OBJECT
 private:
     QSharedPointer<IAVFetcher> fetcher = createAVFetcher();
-    AVPickerManager *manager = AVPickerManager::sharedInstance();
     QString scratch = TestMedia::scratchDir(QStringLiteral("fetch"));
 
 private Q_SLOTS:
     void init()
     {
-        // Every test starts from an idle service.
-        manager->stop();
-        QTRY_COMPARE_WITH_TIMEOUT(manager->runningPickerCount(), 0, kWaitMs);
+        stopService(); // every test starts from an idle service
     }
 
     void everyAnswerCarriesItsCallsId()
