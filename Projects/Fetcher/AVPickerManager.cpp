@@ -58,15 +58,19 @@ AVPickerManager::~AVPickerManager()
     cleanCache();
 }
 
+template <typename Request>
+void AVPickerManager::queueRequest(QList<Request> &queue, const Request &request, bool priority)
+{
+    std::lock_guard<std::mutex> locker(requestMutex);
+    if (priority)
+        queue.prepend(request);
+    else
+        queue.append(request);
+}
+
 void AVPickerManager::requestVideo(const VideoThumbRequest &request, bool priority)
 {
-    {
-        std::lock_guard<std::mutex> locker(requestMutex);
-        if (priority)
-            videoRequests.prepend(request);
-        else
-            videoRequests.append(request);
-    }
+    queueRequest(videoRequests, request, priority);
     wake.wakeAfter(kWakeDelayMs);
 }
 
@@ -86,13 +90,7 @@ void AVPickerManager::requestVideoList(QList<VideoThumbRequest> &&list, bool pri
 
 void AVPickerManager::requestAudio(const AudioSampleRequest &request, bool priority)
 {
-    {
-        std::lock_guard<std::mutex> locker(requestMutex);
-        if (priority)
-            audioRequests.prepend(request);
-        else
-            audioRequests.append(request);
-    }
+    queueRequest(audioRequests, request, priority);
     wake.wake();
 }
 
@@ -116,6 +114,8 @@ void AVPickerManager::clearRequests()
         std::move(kept, runningPickers.end(), std::back_inserter(unstarted));
         runningPickers.erase(kept, runningPickers.end());
     }
+    // Reported first thing after the take-back: an observer sees the pool as the
+    // scheduler may already have refilled it.
     for (std::unique_ptr<AVPicker> &picker : unstarted) {
         notify(PickerEvent::Finished, *picker);
         release(std::move(picker), true);

@@ -102,6 +102,9 @@ private:
     void answerFreeze(const VideoThumbRequest &request, bool success) override;
     void answerSample(const AudioSampleRequest &request, const QList<uint8_t> &samples, int piece) override;
 
+    // Adds a request to a queue, at its head with `priority`.
+    template <typename Request>
+    void queueRequest(QList<Request> &queue, const Request &request, bool priority);
     qint64 nextRoundAt() const;
     void fillFreeSlots();
     bool isAudioRequestLimited();

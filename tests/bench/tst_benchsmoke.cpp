@@ -1,3 +1,4 @@
+#include "ScratchFiles.h"
 #include "TestMedia.h"
 
 #include <QDir>
@@ -5,8 +6,6 @@
 #include <QImage>
 #include <QProcess>
 #include <QtTest>
-
-#include <sys/stat.h>
 
 // Runs the benchmark drivers on a 2 s file (and a two-clip timeline) and checks what
 // they report and write.
@@ -37,27 +36,71 @@ private:
         return run;
     }
 
+    const QString tiny = TestMedia::path("bench-tiny.mp4");
+    const QString timelineList = TestMedia::scratchDir("bench-timeline") + "/timeline.list";
+    const QString peaksFile = TestMedia::scratchDir("bench-wave") + "/peaks.u8";
+
     static QString thumbName(const QString &dir, int index)
     {
         return QStringLiteral("%1/thumb_%2.png").arg(dir).arg(index, 3, 10, QLatin1Char('0'));
     }
 
 private slots:
-    void conversionIsTimedBothWays()
+    void initTestCase()
     {
-        const Run run = runDriver({"convert", TestMedia::path("bench-tiny.mp4"), "--frames", "3", "--rounds", "2"});
-        QCOMPARE(run.exitCode, 0);
-        QVERIFY2(run.out.startsWith("frames=3 size=320x240 format=yuv420p ") && run.out.contains(" plain_ms=")
-                     && run.out.contains(" adapter_ms="),
+        // One clip with picture and sound, one with sound only.
+        const QString list = QString("%1\tav\t2000\n%2\ta\t1000\n").arg(tiny, TestMedia::path("bench-tiny.wav"));
+        QVERIFY(!ScratchFiles::write(timelineList, list.toUtf8()).isEmpty());
+    }
+
+    // Each driver command runs and reports in its format; missing input and bad usage
+    // fail with their exit codes instead of hanging.
+    void commandsReportOrFail_data()
+    {
+        QTest::addColumn<QString>("program");
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("report"); // a pattern over the whole output
+        const QString fetch = QStringLiteral(BENCH_FETCH_PATH), editor = QStringLiteral(BENCH_EDITOR_PATH);
+        const QString missing = QDir::tempPath() + "/bench-no-such-file.mp4";
+        QTest::newRow("convert") << fetch << QStringList{"convert", tiny, "--frames", "3", "--rounds", "2"} << 0
+                                 << "^frames=3 size=320x240 format=yuv420p .* plain_ms=.* adapter_ms=";
+        QTest::newRow("wave") << fetch << QStringList{"wave", tiny, "--length", "1500", "--values", "150", "--pieces", "3", "--out", peaksFile}
+                              << 0 << "^wave values=150 pieces=3 ";
+        QTest::newRow("plan") << editor << QStringList{"plan", timelineList} << 0
+                              << QString("^%1\tav\t200,600,1000,1400,1800\t200\n%2\ta\t-\t100\n$")
+                                     .arg(QRegularExpression::escape(tiny), QRegularExpression::escape(TestMedia::path("bench-tiny.wav")));
+        QTest::newRow("phases") << editor << QStringList{"phases", timelineList} << 0
+                                << "phase=seek_decode calls=5 .*phase=audio_open calls=2 |phase=audio_open calls=2 .*phase=seek_decode calls=5 ";
+        QTest::newRow("hover") << editor << QStringList{"hover", tiny, "--duration", "2000", "--count", "3"} << 0
+                               << "^hover near n=3 median=.*\nhover far n=3 median=";
+        QTest::newRow("convert, missing file") << fetch << QStringList{"convert", missing} << 1 << "";
+        QTest::newRow("thumbs, missing file") << fetch << QStringList{"thumbs", missing, "--times", "0,40"} << 1 << "";
+        QTest::newRow("wave, missing file") << fetch << QStringList{"wave", missing, "--length", "1000", "--values", "10"} << 1 << "";
+        QTest::newRow("thumbs without times") << fetch << QStringList{"thumbs", missing} << 2 << "";
+        QTest::newRow("open, missing list") << editor << QStringList{"open", timelineList + ".missing"} << 2 << "";
+    }
+    void commandsReportOrFail()
+    {
+        QFETCH(QString, program);
+        QFETCH(QStringList, arguments);
+        QFETCH(int, exitCode);
+        QFETCH(QString, report);
+        const Run run = runDriver(arguments, program);
+        QCOMPARE(run.exitCode, exitCode);
+        QVERIFY2(QRegularExpression(report, QRegularExpression::DotMatchesEverythingOption).match(run.out).hasMatch(),
                  qPrintable(run.out));
-        QCOMPARE(runDriver({"convert", TestMedia::path("missing.mp4")}).exitCode, 1);
+        if (arguments.contains(peaksFile)) {
+            // The levels themselves are the fetcher tests' part; here the file holds what came.
+            const QByteArray values = ScratchFiles::read(peaksFile);
+            QVERIFY(values.size() == 150 && values.count('\0') < values.size());
+        }
     }
 
     void thumbnailsAreWrittenPerTarget()
     {
         const QString dir = TestMedia::scratchDir("bench-thumbs");
-        const Run run = runDriver({"thumbs", TestMedia::path("bench-tiny.mp4"), "--times", "200,1000,1720",
-                                   "--width", "160", "--out", dir, "--batches", "2"});
+        const Run run = runDriver({"thumbs", tiny, "--times", "200,1000,1720", "--width", "160", "--out", dir, "--batches", "2"});
         QCOMPARE(run.exitCode, 0);
         const QStringList lines = run.out.split('\n', Qt::SkipEmptyParts);
         QCOMPARE(lines.size(), 2);
@@ -78,10 +121,7 @@ private slots:
     void matchCountsOnlyTheFrameClosestToItsTarget()
     {
         const QString thumbs = TestMedia::scratchDir("bench-match-thumbs");
-        QCOMPARE(runDriver({"thumbs", TestMedia::path("bench-tiny.mp4"), "--times", "200,1000,1720", "--out",
-                            thumbs})
-                     .exitCode,
-                 0);
+        QCOMPARE(runDriver({"thumbs", tiny, "--times", "200,1000,1720", "--out", thumbs}).exitCode, 0);
         // References built from the thumbnails themselves: target 0 is framed by
         // targets 1 and 2 and is found exact; target 1 gets target 2's picture as
         // its own and is not.
@@ -102,98 +142,20 @@ private slots:
         QVERIFY2(lines[2].startsWith("exact=1 of=2 missing=0 "), qPrintable(lines[2]));
     }
 
-    void waveformDeliversEveryValue()
-    {
-        const QString file = TestMedia::scratchDir("bench-wave") + "/peaks.u8";
-        const Run run = runDriver({"wave", TestMedia::path("bench-tiny.mp4"), "--length", "1500", "--values", "150",
-                                   "--pieces", "3", "--out", file});
-        QCOMPARE(run.exitCode, 0);
-        QVERIFY2(run.out.startsWith("wave values=150 pieces=3 "), qPrintable(run.out));
-        QFile peaks(file);
-        QVERIFY(peaks.open(QIODevice::ReadOnly));
-        const QByteArray values = peaks.readAll();
-        // The levels themselves are the fetcher tests' part; here the file holds what came.
-        QCOMPARE(values.size(), 150);
-        QVERIFY(values.count('\0') < values.size());
-    }
-
     void timelineIsOpenedAndTimed()
     {
-        // One clip with picture and sound, one with sound only.
-        const QString dir = TestMedia::scratchDir("bench-timeline");
-        const QString list = dir + "/timeline.list";
-        QFile listFile(list);
-        QVERIFY(listFile.open(QIODevice::WriteOnly));
-        listFile.write(QString("%1\tav\t2000\n%2\ta\t1000\n")
-                           .arg(TestMedia::path("bench-tiny.mp4"), TestMedia::path("bench-tiny.wav"))
-                           .toUtf8());
-        listFile.close();
-        const QString editor = QStringLiteral(BENCH_EDITOR_PATH);
-
-        const Run plan = runDriver({"plan", list}, editor);
-        QCOMPARE(plan.exitCode, 0);
-        QCOMPARE(plan.out, QString("%1\tav\t200,600,1000,1400,1800\t200\n%2\ta\t-\t100\n")
-                               .arg(TestMedia::path("bench-tiny.mp4"), TestMedia::path("bench-tiny.wav")));
-
-        const QString perClip = dir + "/clips.tsv";
-        const Run open = runDriver({"open", list, "--per-clip", perClip}, editor);
+        const QString perClip = QFileInfo(timelineList).path() + "/clips.tsv";
+        const Run open = runDriver({"open", timelineList, "--per-clip", perClip}, QStringLiteral(BENCH_EDITOR_PATH));
         QCOMPARE(open.exitCode, 0);
         QVERIFY2(open.out.startsWith("clips=2 video_clips=1 audio_clips=2 thumbs=5 null_thumbs=0 empty_waves=0\n"),
                  qPrintable(open.out));
         QVERIFY2(open.out.contains("\nfirst_thumb_ms median=") && open.out.contains(" peak_rss_kb="),
                  qPrintable(open.out));
-        QFile clips(perClip);
-        QVERIFY(clips.open(QIODevice::ReadOnly));
-        const QStringList rows = QString::fromUtf8(clips.readAll()).split('\n', Qt::SkipEmptyParts);
+        const QStringList rows = QString::fromUtf8(ScratchFiles::read(perClip)).split('\n', Qt::SkipEmptyParts);
         QCOMPARE(rows.size(), 3);
         // The picture clip has its thumbnails and its waveform; the sound clip only a waveform.
         QVERIFY2(QRegularExpression("^0\t.*\t\\d+\t\\d+\t\\d+$").match(rows[1]).hasMatch(), qPrintable(rows[1]));
         QVERIFY2(QRegularExpression("^1\t.*\t-1\t-1\t\\d+$").match(rows[2]).hasMatch(), qPrintable(rows[2]));
-
-        // Opened twice with a preview cache: the first process writes one entry per
-        // answer, the second answers from them without writing any again (an entry
-        // written anew is a new file), with the same pictures and peaks.
-        const QString cacheDir = dir + "/cache";
-        QDir(cacheDir).removeRecursively();
-        QByteArray digests[2];
-        QMap<QString, ino_t> entries[2];
-        for (int open = 0; open < 2; ++open) {
-            const QString digestFile = dir + "/digest.tsv";
-            QCOMPARE(runDriver({"open", list, "--cache-dir", cacheDir, "--digest", digestFile}, editor).exitCode, 0);
-            QFile file(digestFile);
-            QVERIFY(file.open(QIODevice::ReadOnly));
-            digests[open] = file.readAll();
-            for (const QString &name : QDir(cacheDir).entryList(QDir::Files)) {
-                struct stat info = {};
-                QCOMPARE(::stat(QFile::encodeName(cacheDir + '/' + name).constData(), &info), 0);
-                entries[open].insert(name, info.st_ino);
-            }
-        }
-        QCOMPARE(digests[0].count('\n'), 7);
-        QCOMPARE(digests[1], digests[0]);
-        QCOMPARE(entries[0].size(), 7);
-        QCOMPARE(entries[1], entries[0]);
-
-        const Run phases = runDriver({"phases", list}, editor);
-        QCOMPARE(phases.exitCode, 0);
-        QVERIFY2(phases.out.contains("phase=seek_decode calls=5 ") && phases.out.contains("phase=audio_open calls=2 "),
-                 qPrintable(phases.out));
-
-        const Run hover = runDriver({"hover", TestMedia::path("bench-tiny.mp4"), "--duration", "2000", "--count", "3"},
-                                    editor);
-        QCOMPARE(hover.exitCode, 0);
-        QVERIFY2(hover.out.startsWith("hover near n=3 median=") && hover.out.contains("\nhover far n=3 median="),
-                 qPrintable(hover.out));
-
-        QCOMPARE(runDriver({"open", dir + "/no-such.list"}, editor).exitCode, 2);
-    }
-
-    void missingFileFailsInsteadOfHanging()
-    {
-        const QString missing = QDir::tempPath() + "/bench-no-such-file.mp4";
-        QCOMPARE(runDriver({"thumbs", missing, "--times", "0,40"}).exitCode, 1);
-        QCOMPARE(runDriver({"wave", missing, "--length", "1000", "--values", "10"}).exitCode, 1);
-        QCOMPARE(runDriver({"thumbs", missing}).exitCode, 2); // no times: usage
     }
 };
 

@@ -6,8 +6,7 @@
 #include <memory>
 #include <mutex>
 
-// Records, while alive, the picker starts the manager reports (file and request ids),
-// and how many pickers (and audio pickers) ran at the same time at most.
+// Records, while alive, the picker starts the manager reports (file and request ids).
 class PickerLog
 {
 public:
@@ -24,12 +23,8 @@ public:
         std::shared_ptr<State> state = mState;
         mManager->setPickerObserver([state](const Event &event) {
             std::lock_guard<std::mutex> locker(state->mutex);
-            const int delta = event.kind == Event::Started ? 1 : -1;
-            (event.audio ? state->audio : state->video) += delta;
             if (event.kind == Event::Started)
                 state->starts.append(deepCopy({event.filePath, event.requestIds}));
-            state->maxAudio = qMax(state->maxAudio, state->audio);
-            state->maxRunning = qMax(state->maxRunning, state->audio + state->video);
         });
     }
     ~PickerLog() { mManager->setPickerObserver({}); }
@@ -43,8 +38,6 @@ public:
         return copy;
     }
     int startCount() const { return starts().size(); }
-    int maxAudioRunning() const { std::lock_guard<std::mutex> locker(mState->mutex); return mState->maxAudio; }
-    int maxRunning() const { std::lock_guard<std::mutex> locker(mState->mutex); return mState->maxRunning; }
 
 private:
     // Shares nothing: a shared copy would be detached by the next event while read.
@@ -56,7 +49,6 @@ private:
     {
         std::mutex mutex;
         QList<Start> starts;
-        int audio = 0, video = 0, maxAudio = 0, maxRunning = 0;
     };
     Veloran::AVPickerManager *mManager;
     std::shared_ptr<State> mState = std::make_shared<State>();

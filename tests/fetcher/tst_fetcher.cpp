@@ -1,4 +1,5 @@
 #include "FetchAnswers.h"
+#include "ImageDifference.h"
 #include "LogCapture.h"
 #include "PickerLog.h"
 #include "TestMedia.h"
@@ -20,25 +21,6 @@ using namespace FetchAnswers;
 
 namespace {
 
-// The share of pixels where some RGB channel differs by more than 40 (conversions
-// differ a little at sharp colour edges); 1 for pictures of different sizes.
-double differingShare(const QImage &a, const QImage &b)
-{
-    if (a.isNull() || a.size() != b.size())
-        return 1.0;
-    const QImage x = a.convertToFormat(QImage::Format_RGB888);
-    const QImage y = b.convertToFormat(QImage::Format_RGB888);
-    qint64 differing = 0;
-    for (int row = 0; row < x.height(); ++row) {
-        for (int col = 0; col < x.width() * 3; col += 3) {
-            const uchar *p = x.constScanLine(row) + col;
-            const uchar *q = y.constScanLine(row) + col;
-            differing += qMax(qMax(std::abs(p[0] - q[0]), std::abs(p[1] - q[1])), std::abs(p[2] - q[2])) > 40;
-        }
-    }
-    return double(differing) / (qint64(x.width()) * x.height());
-}
-
 bool allBlack(const QImage &image)
 {
     QImage black(image.size(), QImage::Format_RGB888);
@@ -55,15 +37,12 @@ class TstFetcher : public QObject
     Q_OBJECT
 private:
     QSharedPointer<IAVFetcher> fetcher = createAVFetcher();
-    AVPickerManager *manager = AVPickerManager::sharedInstance();
     QString scratch = TestMedia::scratchDir(QStringLiteral("fetch"));
 
 private Q_SLOTS:
     void init()
     {
-        // Every test starts from an idle service.
-        manager->stop();
-        QTRY_COMPARE_WITH_TIMEOUT(manager->runningPickerCount(), 0, kWaitMs);
+        stopService(); // every test starts from an idle service
     }
 
     void everyAnswerCarriesItsCallsId()
@@ -140,7 +119,8 @@ private Q_SLOTS:
         QCOMPARE(thumbs.size(), 3);
         for (qint64 time : thumbs.keys()) {
             for (qint64 other : thumbs.keys()) {
-                const double share = differingShare(thumbs[time], QImage(TestMedia::path(QStringLiteral("fetch-ref-%1.png").arg(other))));
+                // Conversions differ a little at sharp colour edges.
+                const double share = ImageDifference::of(thumbs[time], QImage(TestMedia::path(QStringLiteral("fetch-ref-%1.png").arg(other))), 40).share;
                 // The same picture, and the neighbouring frames really are different ones.
                 QVERIFY2(other == time ? share < 0.02 : share > 0.001,
                          qPrintable(QStringLiteral("%1 ms against %2 ms: %3").arg(time).arg(other).arg(share)));
@@ -160,7 +140,7 @@ private Q_SLOTS:
         const QString png = scratch + QStringLiteral("/freeze.png");
         QCOMPARE(freezeFrame(fetcher.data(), TestMedia::path("sample.mp4"), png, 1520), QStringLiteral("true"));
         QCOMPARE(QImageReader(png).format(), QByteArray("png"));
-        QVERIFY(differingShare(QImage(png), QImage(TestMedia::path("fetch-ref-1520.png"))) < 0.02); // at the source size
+        QVERIFY(ImageDifference::of(QImage(png), QImage(TestMedia::path("fetch-ref-1520.png")), 40).share < 0.02); // at the source size
         const QString bmp = scratch + QStringLiteral("/freeze.bmp");
         QCOMPARE(freezeFrame(fetcher.data(), TestMedia::path("fetch-anamorphic.mp4"), bmp, 0), QStringLiteral("true"));
         QCOMPARE(QImageReader(bmp).format(), QByteArray("bmp"));

@@ -143,7 +143,6 @@ class TstPreviewCache : public QObject
     Q_OBJECT
 private:
     QSharedPointer<IAVFetcher> fetcher = createAVFetcher();
-    AVPickerManager *manager = AVPickerManager::sharedInstance();
     QString scratch = TestMedia::scratchDir(QStringLiteral("preview-cache"));
     QString cacheDir;
 
@@ -154,17 +153,11 @@ private:
         QFile::remove(path);
         return QFile::copy(TestMedia::path(name), path) ? path : QString();
     }
-    // No picker keeps a file open: the next request starts from the file (or the cache).
-    void dropOpenedFiles()
-    {
-        manager->stop();
-        QTRY_COMPARE_WITH_TIMEOUT(manager->runningPickerCount(), 0, kWaitMs);
-    }
 
 private Q_SLOTS:
     void init()
     {
-        dropOpenedFiles();
+        stopService();
         cacheDir = TestMedia::scratchDir(QStringLiteral("preview-cache-entries"));
     }
     void cleanup()
@@ -202,7 +195,7 @@ private Q_SLOTS:
         QCOMPARE(computed.size(), range.isEmpty() ? times.size() : int(range[3]));
 
         IAVFetcher::setCacheDirectory(cacheDir);
-        dropOpenedFiles();
+        stopService();
         QCOMPARE(answersTo(fetcher.data(), media, times, exact, range), computed);
         QTRY_COMPARE_WITH_TIMEOUT(filesIn(cacheDir).size(), range.isEmpty() ? times.size() : 1, kWaitMs);
 
@@ -213,7 +206,7 @@ private Q_SLOTS:
             QVERIFY(!ScratchFiles::write(media, QByteArray(QFileInfo(media).size(), 'x')).isEmpty());
             setModified(media, modified);
         }
-        dropOpenedFiles();
+        stopService();
         QCOMPARE(answersTo(fetcher.data(), media, times, exact, range), computed);
     }
 
@@ -224,7 +217,7 @@ private Q_SLOTS:
         const QList<QByteArray> computed = answersTo(fetcher.data(), media, times, true, {});
         IAVFetcher::setCacheDirectory(cacheDir);
         answersTo(fetcher.data(), media, {3000, 1000}, true, {});
-        dropOpenedFiles();
+        stopService();
         QCOMPARE(answersTo(fetcher.data(), media, times, true, {}), computed);
         QCOMPARE(filesIn(cacheDir).size(), times.size());
     }
@@ -245,13 +238,13 @@ private Q_SLOTS:
         if (replaced)
             QCOMPARE(copyOf("fetch-upright.mp4", "changed.mp4"), media);
         setModified(media, QFileInfo(media).lastModified().addSecs(60));
-        dropOpenedFiles();
+        stopService();
         const QList<QByteArray> after = answersTo(fetcher.data(), media, times, true, {});
         QCOMPARE(filesIn(cacheDir).size(), 2 * times.size()); // new entries beside the old ones
         QCOMPARE(after == before, !replaced);
 
         IAVFetcher::setCacheDirectory(QString());
-        dropOpenedFiles();
+        stopService();
         QCOMPARE(after, answersTo(fetcher.data(), media, times, true, {}));
     }
 
@@ -273,7 +266,7 @@ private Q_SLOTS:
         for (auto entry = written.cbegin(); entry != written.cend(); ++entry) {
             QVERIFY(!ScratchFiles::write(cacheDir + QLatin1Char('/') + entry.key(), damaged(entry.value(), damage)).isEmpty());
         }
-        dropOpenedFiles();
+        stopService();
         QCOMPARE(answersTo(fetcher.data(), media, {1000, 2000}, true, {}), thumbs);
         QCOMPARE(answersTo(fetcher.data(), media, {}, true, {0, 3000, 300, 2}), peaks);
         QTRY_COMPARE_WITH_TIMEOUT(contentsOf(cacheDir), written, kWaitMs); // written again, whole

@@ -1,4 +1,5 @@
 #include "FetchAnswers.h"
+#include "ImageDifference.h"
 #include "LogCapture.h"
 #include "TestMedia.h"
 
@@ -95,34 +96,6 @@ QImage firstPicture(const QString &clip, int width)
     return QImage(frame->data(0), size.width(), size.height(), frame->lineSize(0), QImage::Format_RGB888).copy();
 }
 
-struct Difference
-{
-    double mean = 255; // mean absolute difference per channel
-    double share = 1;  // share of pixels with a channel off by more than 8
-};
-
-Difference difference(const QImage &image, const QImage &reference)
-{
-    if (image.isNull() || image.size() != reference.size())
-        return {};
-    const QImage a = image.convertToFormat(QImage::Format_RGB888);
-    const QImage b = reference.convertToFormat(QImage::Format_RGB888);
-    qint64 sum = 0, off = 0;
-    for (int row = 0; row < a.height(); ++row) {
-        for (int col = 0; col < a.width() * 3; col += 3) {
-            int worst = 0;
-            for (int c = 0; c < 3; ++c) {
-                const int d = qAbs(a.constScanLine(row)[col + c] - b.constScanLine(row)[col + c]);
-                sum += d;
-                worst = qMax(worst, d);
-            }
-            off += worst > 8;
-        }
-    }
-    const double pixels = double(a.width()) * a.height();
-    return {sum / (3 * pixels), off / pixels};
-}
-
 // Mean chroma: the spread between the largest and smallest channel, per pixel.
 double saturation(const QImage &image)
 {
@@ -138,7 +111,7 @@ double saturation(const QImage &image)
 // rounding.
 void compareWithReference(const QImage &picture, const QString &clip)
 {
-    const Difference d = difference(picture, QImage(TestMedia::path(clip + ".png")));
+    const ImageDifference d = ImageDifference::of(picture, QImage(TestMedia::path(clip + ".png")), 8);
     QVERIFY2(d.mean < 0.5 && d.share < 0.01, qPrintable(QStringLiteral("mean %1 share %2").arg(d.mean).arg(d.share)));
 }
 
@@ -148,7 +121,7 @@ void compareWithSdrSource(const QImage &picture)
 {
     const QImage source = QImage(TestMedia::path("hdr-source.png"))
                               .scaled(picture.size(), Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-    const double mean = difference(picture, source).mean;
+    const double mean = ImageDifference::of(picture, source, 8).mean;
     QVERIFY2(mean < 15, qPrintable(QString::number(mean)));
     QVERIFY2(saturation(picture) > 0.85 * saturation(source),
              qPrintable(QStringLiteral("%1 of %2").arg(saturation(picture)).arg(saturation(source))));

@@ -46,6 +46,15 @@ QList<QList<QVariant>> collect(QSignalSpy &spy, qint64 id, Enough enough, int ti
     return answers;
 }
 
+// Stops the service and waits until no picker runs: no picker keeps a file open, and
+// the next request starts from the file (or the preview cache).
+inline void stopService()
+{
+    Veloran::AVPickerManager *manager = Veloran::AVPickerManager::sharedInstance();
+    manager->stop();
+    QTRY_COMPARE_WITH_TIMEOUT(manager->runningPickerCount(), 0, kWaitMs);
+}
+
 // Fails the current test unless `condition` holds.
 inline void expect(bool condition, const char *what)
 {
