@@ -41,12 +41,14 @@ void SchedulerWake::sleepUntil(qint64 untilMs)
 {
     std::unique_lock<std::mutex> locker(mMutex);
     for (;;) {
+        // The clock is read between the look at the wake and the wait: a waker
+        // that did not hold the lock could wake in there and be lost.
+        const bool woken = mPending;
         const qint64 now = mClock.nowMs();
-        if (mDelayedAt >= 0 && now >= mDelayedAt) {
+        const bool delayedDue = mDelayedAt >= 0 && now >= mDelayedAt;
+        if (delayedDue)
             mDelayedAt = -1;
-            break;
-        }
-        if (mPending || now >= untilMs)
+        if (woken || delayedDue || now >= untilMs)
             break;
         const qint64 until = mDelayedAt >= 0 ? std::min(untilMs, mDelayedAt) : untilMs;
         mCondition.wait_for(locker, std::chrono::milliseconds(until - now));

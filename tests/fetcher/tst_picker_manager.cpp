@@ -29,6 +29,28 @@ private:
     std::atomic<qint64> mNow{0};
 };
 
+// A clock at 0 that, the first time it is read, wakes the given sleeper from another
+// thread and lets that waker run for a while before answering: the wake comes while
+// the sleeper reads the clock, after its look at the wake and before its wait.
+class WakingClock : public SchedulerClock
+{
+public:
+    void wakeWhileRead(SchedulerWake *wake) { mWake = wake; }
+    qint64 nowMs() const override
+    {
+        if (mWake && !mWaker.valid()) {
+            mWaker = std::async(std::launch::async, [this] { mWake->wake(); });
+            // A waker that takes the sleeper's lock waits here until the sleep begins.
+            mWaker.wait_for(std::chrono::milliseconds(200));
+        }
+        return 0;
+    }
+
+private:
+    SchedulerWake *mWake = nullptr;
+    mutable std::future<void> mWaker;
+};
+
 // Keeps every thread of a pool busy until released, so that pickers started on it
 // wait in its queue.
 class PoolBlock
@@ -122,8 +144,8 @@ class TstPickerManager : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    // A wake that comes before the sleep is kept; a delayed wake is due at its time
-    // on the clock, not before.
+    // A wake that comes before the sleep, or while the sleeper is between its look at
+    // the wake and its wait, is kept; a delayed wake is due at its time on the clock.
     void theSchedulerKeepsEveryWake()
     {
         ManualClock clock;
@@ -134,6 +156,13 @@ private Q_SLOTS:
         clock.set(1); // lets a lost wake end its sleep
         wake.recheck();
         QVERIFY(kept);
+
+        WakingClock wakingClock;
+        SchedulerWake wokenInTheWindow(wakingClock);
+        wakingClock.wakeWhileRead(&wokenInTheWindow);
+        // A lost wake would sleep the whole 40 s.
+        slept = std::async(std::launch::async, [&] { wokenInTheWindow.sleepUntil(40000); });
+        QVERIFY(slept.wait_for(std::chrono::seconds(30)) == std::future_status::ready);
 
         wake.wakeAfter(100);
         slept = std::async(std::launch::async, [&] { wake.sleepUntil(1000); });
