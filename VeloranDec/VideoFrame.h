@@ -45,7 +45,7 @@ public:
 
     /// Writes the pan-and-crop rectangle for this frame's time under "crop" when the
     /// transform animates one ("pan_crop_begin" and "pan_crop_end"); leaves the map alone
-/// otherwise, and without clip.
+    /// otherwise, and without clip.
     void updateTransform(QVariantMap &transform) const;
 
 private:
