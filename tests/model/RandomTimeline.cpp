@@ -1,12 +1,19 @@
 #include "RandomTimeline.h"
 
 #include "Model/NLListNode.h"
-#include "Model/TimelineFiles.h"
 
-#include <QJsonArray>
 #include <QJsonDocument>
 
 using namespace Veloran;
+
+namespace {
+
+QString json(const QVariant &value)
+{
+    return QString::fromUtf8(QJsonDocument::fromVariant(value).toJson(QJsonDocument::Compact));
+}
+
+} // namespace
 
 RandomTimeline::RandomTimeline(quint32 seed)
     : mRandom(seed)
@@ -16,11 +23,9 @@ RandomTimeline::RandomTimeline(quint32 seed)
 QVariantMap RandomTimeline::document()
 {
     QVariantList tracks;
-    const int trackCount = 1 + mRandom.bounded(3);
-    for (int t = 0; t < trackCount; ++t) {
+    for (int t = 0, trackCount = 1 + mRandom.bounded(3); t < trackCount; ++t) {
         QVariantList clips;
-        const int clipCount = mRandom.bounded(4);
-        for (int c = 0; c < clipCount; ++c)
+        for (int c = 0, clipCount = mRandom.bounded(4); c < clipCount; ++c)
             clips << clip(QStringLiteral("c%1").arg(mNext++));
         tracks << QVariantMap{{"id", QStringLiteral("t%1").arg(t)}, {"clips", clips}};
     }
@@ -59,13 +64,6 @@ QVariantMap RandomTimeline::object(const QString &id, int depth)
     if (depth > 0 && mRandom.bounded(3) == 0)
         map.insert("items", elements(id + "-it", 1 + mRandom.bounded(2)));
     return map;
-}
-
-QString RandomTimeline::json(const QVariant &value) const
-{
-    if (value.userType() == QMetaType::QVariantList)
-        return QString::fromUtf8(QJsonDocument(QJsonArray::fromVariantList(value.toList())).toJson());
-    return variantMapToJson(value.toMap(), false);
 }
 
 EditCommand RandomTimeline::command(const QStringList &ids)
@@ -118,8 +116,7 @@ EditCommand RandomTimeline::clipCommand(const QString &clipId)
 QStringList RandomTimeline::ids(const NLMapNodePtr &node)
 {
     QStringList result{node->tagID()};
-    const QVariantMap props = node->toMap();
-    for (const QVariant &value : props) {
+    for (const QVariant &value : node->toMap()) {
         if (const NLMapNodePtr child = NLMapNode::mapChild(value))
             result << ids(child);
         else if (const NLListNodePtr list = NLMapNode::listChild(value))
@@ -140,9 +137,8 @@ QList<NLMapNodePtr> RandomTimeline::clips(const NLMapNodePtr &root)
 {
     QList<NLMapNodePtr> result;
     const NLListNodePtr tracks = root->getListNodeByID("/#tracks");
-    for (const NLMapNodePtr &track : tracks ? tracks->nodeList() : QList<NLMapNodePtr>()) {
+    for (const NLMapNodePtr &track : tracks ? tracks->nodeList() : QList<NLMapNodePtr>())
         if (const NLListNodePtr clips = track->getListNodeByID(track->tagID() + "#clips"))
             result << clips->nodeList();
-    }
     return result;
 }

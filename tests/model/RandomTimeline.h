@@ -13,14 +13,11 @@ class RandomTimeline
 public:
     explicit RandomTimeline(quint32 seed);
 
-    // A root "/" with a directory, tracks of clips (transform, filters, sometimes a
-    // speed curve) and a settings map.
+    // A root "/" with a directory, tracks of clips (transform, filters, speed curve) and settings.
     QVariantMap document();
-    // A command of any kind (unknown ones too) for one of `ids` or for a missing node,
-    // its content often holding nested objects and arrays.
+    // A command of any kind (unknown too) for one of `ids` or a missing node, often with nested content.
     Veloran::EditCommand command(const QStringList &ids);
-    // A command of the kinds a timeline gets for one clip: on the clip itself, its
-    // transform, its filters or its speed curve.
+    // A command on one clip, its transform, its filters or its speed curve.
     Veloran::EditCommand clipCommand(const QString &clipId);
 
     // The ids of every node of a tree, maps and lists, in search order.
@@ -35,7 +32,6 @@ private:
     QVariantMap clip(const QString &id);
     QVariantList elements(const QString &prefix, int count);
     QVariantMap object(const QString &id, int depth);
-    QString json(const QVariant &value) const;
 
     QRandomGenerator mRandom;
     int mNext = 0;
