@@ -8,7 +8,6 @@
 #include "VeloranDec/FFVobDemuxer.h"
 #include "VeloranDec/StreamInfoUtils.h"
 
-#include <QFile>
 #include <QRandomGenerator>
 #include <QResource>
 #include <QtTest>
