@@ -72,12 +72,10 @@ public:
         mFd = ::mkfifo(mPath.constData(), 0600) == 0 ? ::open(mPath.constData(), O_RDWR) : -1;
         if (mFd >= 0)
             mThread = std::thread([this, head, trickle] {
-                for (qint64 done = 0; done < head.size() && !mStop;) {
-                    const ssize_t written = ::write(mFd, head.constData() + done, size_t(qMin<qint64>(head.size() - done, 4096)));
-                    if (written <= 0)
+                // Pipe writes up to 4096 bytes are whole or fail.
+                for (int done = 0; done < head.size() && !mStop; done += 4096)
+                    if (::write(mFd, head.constData() + done, size_t(qMin(head.size() - done, 4096))) <= 0)
                         return;
-                    done += written;
-                }
                 while (!mStop && ::write(mFd, &trickle, 1) == 1)
                     std::this_thread::sleep_for(std::chrono::milliseconds(20)); // the pace of the trickle
             });

@@ -198,8 +198,7 @@ private Q_SLOTS:
         capture.clear();
         QVERIFY(demuxer.open(TestMedia::path("sample.mp4")));
         demuxer.seekByFilePos(1000);
-        QCOMPARE(capture.records().size(), 1);
-        QVERIFY(capture.records().first().text().startsWith("---player--- seekByFilePos av_seek_frame: "));
+        QVERIFY(capture.recordTexts().size() == 1 && capture.recordTexts().first().startsWith("---player--- seekByFilePos av_seek_frame: "));
         QVERIFY(demuxer.readPacket());
     }
 
