@@ -42,8 +42,7 @@ AVFramePtr solidYuv420(int width, int height)
     return frame;
 }
 
-// Audio buffers allocated as a decoder would have them, all zero; for interleaved
-// 16-bit stereo the channels are set to the constant `left` and `right` levels.
+// Zeroed audio as a decoder allocates it; interleaved 16-bit stereo gets constant `left` and `right` levels.
 AVFramePtr audio(AVSampleFormat format, uint64_t layoutMask, int sampleRate, int samples, int16_t left = 0, int16_t right = 0)
 {
     AVFramePtr frame = makeAVFramePtr(av_frame_alloc());
@@ -82,8 +81,7 @@ bool allPixels(const AVFramePtr &frame, int bytesPerPixel, const QVector<int> &e
     return true;
 }
 
-// The first frame of a generated clip as the thumbnail picker gets it: RGB, `width`
-// wide (0 keeps the size).
+// A clip's first frame as the thumbnail picker gets it: RGB, `width` wide (0 keeps the size).
 QImage firstPicture(const QString &clip, int width)
 {
     VideoSource source;
@@ -107,16 +105,7 @@ double saturation(const QImage &image)
     return double(sum) / (double(a.width()) * a.height());
 }
 
-// The picture matches ffmpeg's conversion of the clip's first frame (<clip>.png) up to
-// rounding.
-void compareWithReference(const QImage &picture, const QString &clip)
-{
-    const ImageDifference d = ImageDifference::of(picture, QImage(TestMedia::path(clip + ".png")), 8);
-    QVERIFY2(d.mean < 0.5 && d.share < 0.01, qPrintable(QStringLiteral("mean %1 share %2").arg(d.mean).arg(d.share)));
-}
-
-// An HDR picture tone-mapped to SDR looks like the SDR picture it was made from: close
-// on average and as colourful (shown as plain SDR it would be grey and washed out).
+// HDR tone-mapped to SDR is close to its SDR source and as colourful (not grey and washed out).
 void compareWithSdrSource(const QImage &picture)
 {
     const QImage source = QImage(TestMedia::path("hdr-source.png"))
@@ -165,39 +154,27 @@ private Q_SLOTS:
         in->interlaced_frame = 1;
         in->sample_aspect_ratio = AVRational{4, 3};
         const AVFramePtr rgb = adapter.adapt(in);
-        QVERIFY(rgb && rgb->format == AV_PIX_FMT_RGB24 && rgb->width == 30 && rgb->height == 24 && rgb->linesize[0] % 16 == 0);
-        QVERIFY(allPixels(rgb, 3, {255, 0, 0}));
+        QVERIFY(rgb && rgb->width == 30 && rgb->height == 24 && rgb->linesize[0] % 16 == 0 && allPixels(rgb, 3, {255, 0, 0}));
         QVERIFY(rgb->pts == 4000 && rgb->pkt_dts == 3960 && rgb->best_effort_timestamp == 4000);
         QVERIFY(rgb->interlaced_frame == 1 && rgb->sample_aspect_ratio.num == 4);
+
+        // Bad parameters are refused with their log line; the scaler set up before stays.
+        LogCapture capture;
+        QVERIFY(!adapter.setupContext(0, 480, AV_PIX_FMT_YUV420P, 32, 24, AV_PIX_FMT_RGB24));
+        QVERIFY(!adapter.setupContext(64, 48, AV_PIX_FMT_NONE, 32, 24, AV_PIX_FMT_RGB24));
+        QVERIFY(!adapter.setupContext(64, 48, AV_PIX_FMT_YUV420P, 0, 0, AV_PIX_FMT_RGB24));
+        const AVFramePtr out = adapter.adapt(solidYuv420(64, 48));
+        QVERIFY(out && out->width == 30 && allPixels(out, 3, {255, 0, 0}));
+        in->width = 0; // a decoder never does this; the adapter must not scale it anyway
+        QVERIFY(!adapter.adapt(in));
+        QCOMPARE(capture.recordTexts(), QStringList({"FFVideoAdapter error param: 0,480,0,2", "FFVideoAdapter error param: 64,48,-1,2",
+                                                     "create sws_getContext failed", "FFVideoAdapter error param: 0,48,0,2"}));
         // A source of another size rebuilds the scaler at the source's size.
         const AVFramePtr larger = adapter.adapt(solidYuv420(80, 60));
         QVERIFY(larger && larger->width == 80 && larger->height == 60 && allPixels(larger, 3, {255, 0, 0}));
     }
 
-    void videoAdapterRefusesBadParametersAndKeepsItsScaler()
-    {
-        FFVideoAdapter adapter;
-        QVERIFY(adapter.setupContext(64, 48, AV_PIX_FMT_YUV420P, 32, 24, AV_PIX_FMT_RGB24));
-        LogCapture capture;
-        QVERIFY(!adapter.setupContext(0, 480, AV_PIX_FMT_YUV420P, 32, 24, AV_PIX_FMT_RGB24));
-        QVERIFY(!adapter.setupContext(64, 48, AV_PIX_FMT_NONE, 32, 24, AV_PIX_FMT_RGB24));
-        QVERIFY(!adapter.setupContext(64, 48, AV_PIX_FMT_YUV420P, 0, 0, AV_PIX_FMT_RGB24));
-        QCOMPARE(capture.recordTexts(), QStringList({"FFVideoAdapter error param: 0,480,0,2", "FFVideoAdapter error param: 64,48,-1,2",
-                                                     "create sws_getContext failed"}));
-        QCOMPARE(capture.records().first().sourcePath(), QStringLiteral("VeloranDec/Adapter/FFVideoAdapter"));
-        const AVFramePtr out = adapter.adapt(solidYuv420(64, 48));
-        QVERIFY(out && out->width == 32 && out->height == 24 && allPixels(out, 3, {255, 0, 0}));
-
-        const AVFramePtr broken = solidYuv420(64, 48);
-        broken->width = 0; // a decoder never does this; the adapter must not scale it anyway
-        capture.clear();
-        QVERIFY(!adapter.adapt(broken));
-        QCOMPARE(capture.recordTexts(), QStringList("FFVideoAdapter error param: 0,48,0,2"));
-    }
-
-    // Each clip's first frame matches ffmpeg's conversion with the matrix and range
-    // named explicitly (see tests/frames/CMakeLists.txt); HDR thumbnails are scaled,
-    // then tone-mapped as ffmpeg's filters do it.
+    // The first frame matches ffmpeg's conversion naming matrix and range (<clip>.png); HDR is also tone-mapped.
     void sourcesReadTheStreamsOwnColour_data()
     {
         QTest::addColumn<QString>("clip");
@@ -218,7 +195,8 @@ private Q_SLOTS:
         QFETCH(QString, clip);
         QFETCH(int, width);
         const QImage picture = firstPicture(clip, width);
-        compareWithReference(picture, clip);
+        const ImageDifference d = ImageDifference::of(picture, QImage(TestMedia::path(clip + ".png")), 8);
+        QVERIFY2(d.mean < 0.5 && d.share < 0.01, qPrintable(QStringLiteral("mean %1 share %2").arg(d.mean).arg(d.share)));
         if (clip.startsWith(QStringLiteral("hdr-")))
             compareWithSdrSource(picture);
     }
@@ -242,10 +220,8 @@ private Q_SLOTS:
         LogCapture capture;
         QVERIFY(!adapter.adapt(stereoLevels(48000, 480, 0, 0)));
         QCOMPARE(capture.recordTexts(), QStringList("no SwrContext..."));
-        QCOMPARE(capture.records().first().sourcePath(), QStringLiteral("VeloranDec/Adapter/FFAudioAdapter"));
 
-        // Stereo 16-bit to mono unsigned 8-bit: equal channels at half scale mix to half
-        // scale above the midpoint 128.
+        // Stereo 16-bit at half scale mixes to mono u8 at half scale above the midpoint 128.
         QVERIFY(setUp(adapter, 44100, AV_SAMPLE_FMT_S16, 48000, 1, AV_SAMPLE_FMT_U8));
         const AVFramePtr in = stereoLevels(44100, 4410, 16384, 16384);
         in->pts = 1500;
@@ -277,11 +253,6 @@ private Q_SLOTS:
         capture.clear();
         QVERIFY(adapter.adapt(stereoLevels(32000, 3200, 1, 1))); // the rebuilt resampler serves on silently
         QVERIFY(capture.recordTexts().isEmpty());
-
-        // Any layout and format becomes the requested form.
-        const AVFramePtr surround = adapter.adapt(audio(AV_SAMPLE_FMT_FLTP, AV_CH_LAYOUT_5POINT1, 48000, 4800));
-        QVERIFY(surround && surround->format == AV_SAMPLE_FMT_S16 && surround->ch_layout.u.mask == AV_CH_LAYOUT_STEREO);
-        QVERIFY(qAbs(surround->nb_samples - 4800) < 100 && reinterpret_cast<const int16_t *>(surround->data[0])[99] == 0);
     }
 
     void audioAdapterRefusesBadInputAndKeepsItsResampler()
@@ -298,24 +269,22 @@ private Q_SLOTS:
         const AVFramePtr planar = audio(AV_SAMPLE_FMT_S16P, AV_CH_LAYOUT_STEREO, 48000, 960);
         capture.clear();
         const AVFramePtr out = adapter.adapt(planar);
-        QVERIFY(out && out->sample_rate == 44100 && out->format == AV_SAMPLE_FMT_S16);
-        QVERIFY(capture.recordTexts().isEmpty());
+        QVERIFY(out && out->sample_rate == 44100 && out->format == AV_SAMPLE_FMT_S16 && capture.recordTexts().isEmpty());
         uint8_t *second = planar->data[1];
         planar->data[1] = nullptr;
-        capture.clear();
         QVERIFY(!adapter.adapt(planar));
         planar->data[1] = second;
         QCOMPARE(capture.recordTexts(), QStringList("---player--- channels ,format and data isn't match: mInChannels = 2,"
                                                     "mInFormat(planar) = 6,frame->data[1] is null"));
 
-        // A frame that cannot be resampled is dropped, every time, and the resampler kept.
-        const AVFramePtr bad = audio(AV_SAMPLE_FMT_S16P, AV_CH_LAYOUT_STEREO, 48000, 480);
-        bad->sample_rate = 0; // as a damaged stream might report
+        // A frame that cannot be resampled is dropped, the resampler kept.
+        planar->sample_rate = 0; // as a damaged stream might report
         capture.clear();
-        QVERIFY(!adapter.adapt(bad));
+        QVERIFY(!adapter.adapt(planar));
         QVERIFY(capture.recordTexts().value(0).startsWith(QStringLiteral("---player--- demux and frame param isn't match: ")));
         QCOMPARE(capture.recordTexts().last(), QStringLiteral("---player--- no SwrContext..."));
-        QVERIFY(adapter.adapt(audio(AV_SAMPLE_FMT_S16P, AV_CH_LAYOUT_STEREO, 48000, 480)));
+        QVERIFY(adapter.adapt(audio(AV_SAMPLE_FMT_S16P, AV_CH_LAYOUT_STEREO, 48000, 480))); // every time
+        QVERIFY(!adapter.adapt(planar));
     }
 
     void wrappersKeepTheirOwnTimesAndViews()
@@ -326,8 +295,7 @@ private Q_SLOTS:
         const AVFramePtr picture = solidYuv420(160, 120);
         picture->pts = 2000;
         VideoFrame frame(picture, 3);
-        QCOMPARE(frame.pts(), 2000LL); // unset: the picture's own time; 0 is a time, negative unsets
-        frame.setPts(0);
+        frame.setPts(0); // 0 is a time, negative unsets: the picture's own time again
         QCOMPARE(frame.pts(), 0LL);
         frame.setPts(-5);
         QCOMPARE(frame.pts(), 2000LL);
@@ -338,13 +306,11 @@ private Q_SLOTS:
         info->rotation = 90;
         info->sar = AVRational{3, 2};
         frame.setStreamInfo(info);
-        QCOMPARE(frame.displaySize(), QSize(120, 240)); // the picture's size counts, with rotation and aspect
+        QCOMPARE(frame.displaySize(), QSize(120, 240)); // the picture's size, not the stream's, with rotation and aspect
 
-        // Without a clip there is no transform; a copy shares picture and clip node, but
-        // has its own view of the node.
+        // No clip, no transform; a copy shares picture and clip node but has its own view of the node.
         QVERIFY(frame.transformMap().isEmpty());
         const NLMapNodePtr node(new NLMapNode(QStringLiteral(R"({"id":"c","alpha":0.25,"video_filters":[{"name":"blur"}]})")));
-        QCOMPARE(frame.alpha(), 1.0f);
         frame.setClipNode(node);
         QCOMPARE(frame.filters().value(0).value("name").toString(), QStringLiteral("blur"));
         const QSharedPointer<IVideoFrame> copy = frame.makeCopy();
@@ -352,16 +318,12 @@ private Q_SLOTS:
         copy->setClipNode(NLMapNodePtr(new NLMapNode(QStringLiteral(R"({"id":"d","alpha":0.5})"))));
         QVERIFY(copy->alpha() == 0.5f && frame.alpha() == 0.25f && frame.clipNode() == node);
 
-        // Audio likewise keeps its own time, written to the frame only by toAVFrame.
+        // Audio keeps its own time too, written to the frame only by toAVFrame.
         const AVFramePtr samples = audio(AV_SAMPLE_FMT_FLTP, AV_CH_LAYOUT_5POINT1, 44100, 512);
         samples->pts = 300;
         const QSharedPointer<IAudioFrame> audio = makeAudioFrame(samples);
-        QCOMPARE(audio->pts(), 300LL);
-        audio->setPts(-1); // unset: the frame's own time
-        samples->pts = 310;
-        QCOMPARE(audio->pts(), 310LL);
         audio->setPts(1234);
-        QCOMPARE(samples->pts, 310);
+        QCOMPARE(samples->pts, 300);
         QCOMPARE(audio->toAVFrame()->pts, 1234);
 
         AudioFrame empty{AVFramePtr()};

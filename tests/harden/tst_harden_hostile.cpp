@@ -60,9 +60,8 @@ QByteArray bmpClaiming(qint32 width, qint32 height)
     return bmp;
 }
 
-// A named pipe fed from a thread: `head` at once, then one byte of `trickle` every
-// 20 ms until destroyed. Held open for reading and writing, so the demuxer's open
-// never waits for a writer and writes never fail.
+// A fifo fed by a thread: `head`, then a byte of `trickle` every 20 ms until destroyed. Opened read-write,
+// so the demuxer's open never waits for a writer and writes never fail.
 class SlowPipe
 {
 public:
@@ -73,12 +72,10 @@ public:
         mFd = ::mkfifo(mPath.constData(), 0600) == 0 ? ::open(mPath.constData(), O_RDWR) : -1;
         if (mFd >= 0)
             mThread = std::thread([this, head, trickle] {
-                for (qint64 done = 0; done < head.size() && !mStop;) {
-                    const ssize_t written = ::write(mFd, head.constData() + done, size_t(qMin<qint64>(head.size() - done, 4096)));
-                    if (written <= 0)
+                // Pipe writes up to 4096 bytes are whole or fail.
+                for (int done = 0; done < head.size() && !mStop; done += 4096)
+                    if (::write(mFd, head.constData() + done, size_t(qMin(head.size() - done, 4096))) <= 0)
                         return;
-                    done += written;
-                }
                 while (!mStop && ::write(mFd, &trickle, 1) == 1)
                     std::this_thread::sleep_for(std::chrono::milliseconds(20)); // the pace of the trickle
             });
@@ -115,8 +112,7 @@ private slots:
         av_log_set_level(AV_LOG_QUIET);
     }
 
-    // Every saved finding (and the hand-written seeds) through the code the fuzzers
-    // run; a failing input aborts.
+    // Every saved finding and seed through the fuzzers' code; a failing input aborts.
     void savedFuzzInputsStillPass_data()
     {
         QTest::addColumn<QString>("target");
@@ -145,28 +141,22 @@ private slots:
         QVERIFY(inputs.size() >= least);
     }
 
-    // The interrupt callback FFmpeg polls fires once the innermost limit has passed;
-    // inner limits never extend outer ones.
+    // FFmpeg's interrupt callback fires once the innermost limit passed; inner limits never extend outer ones.
     void deadlinesNest()
     {
         ReadDeadline deadline;
         const AVIOInterruptCB callback = deadline.interruptCallback();
         QCOMPARE(callback.callback(callback.opaque), 0);
-        {
-            const ReadDeadline::Scope outer(deadline, 600000);
-            const ReadDeadline::Scope inner(deadline, 0);
-            QCOMPARE(callback.callback(callback.opaque), 1);
-        }
-        {
-            const ReadDeadline::Scope outer(deadline, 0);
-            const ReadDeadline::Scope inner(deadline, 600000);
+        for (const bool innerLonger : {false, true}) {
+            const ReadDeadline::Scope outer(deadline, innerLonger ? 0 : 600000);
+            const ReadDeadline::Scope inner(deadline, innerLonger ? 600000 : 0);
             QCOMPARE(callback.callback(callback.opaque), 1);
         }
         QCOMPARE(callback.callback(callback.opaque), 0);
     }
 
-    // Every prefix of a file is answered: nothing more than the whole file holds,
-    // the very short ones refused, long streamable ones still giving their first frame.
+    // Every prefix is answered: no more than the whole holds, very short ones refused, long streamable ones
+    // giving their first frame.
     void truncatedFilesAreAnswered()
     {
         const QString dir = TestMedia::scratchDir(QStringLiteral("harden-truncated"));
@@ -201,8 +191,7 @@ private slots:
         }
     }
 
-    // Headers claiming gigantic pictures give no frame (the decoders refuse to
-    // allocate for them); the same header at a small size decodes.
+    // Headers claiming gigantic pictures give no frame (decoders refuse to allocate); a small one decodes.
     void hugePictureClaimsGiveNoFrame()
     {
         const QString dir = TestMedia::scratchDir(QStringLiteral("harden-huge"));
@@ -221,10 +210,8 @@ private slots:
         QVERIFY(frame && frame->width == 2);
     }
 
-    // Sizes derived from what a file claims are bounded: a thumbnail of a picture of
-    // extreme aspect asked at width 320 would be 320 x 327680, and audio claiming a
-    // rate of 1 Hz would be resampled into 48000 samples for each one of its own.
-    // Both give nothing, with a log line, instead of allocating for it.
+    // Derived sizes are bounded, giving nothing and a log line: an extreme aspect at width 320 would be
+    // 320 x 327680, audio claiming 1 Hz would become 48000 samples for each of its own.
     void derivedSizesAreBounded()
     {
         LogCapture log;
@@ -251,17 +238,13 @@ private slots:
         QVERIFY(audio.readNextAdaptFrame());
     }
 
-    // A source that keeps trickling in and never ends (a pipe, a stalled share):
-    // opening gives up, or reading does, instead of holding the thread forever.
+    // A source that trickles in forever (a pipe, a stalled share): opening or reading gives up.
     void endlessSourcesGiveUp()
     {
         const QString dir = TestMedia::scratchDir(QStringLiteral("harden-endless"));
-        {
-            // Nothing but zeros: no format is ever recognised.
+        { // Nothing but zeros: no format is ever recognised.
             SlowPipe pipe(dir + "/zeros", QByteArray(), '\0');
-            QVERIFY(pipe.isOk());
-            FFDemuxer demuxer;
-            QVERIFY(!demuxer.open(dir + "/zeros"));
+            QVERIFY(pipe.isOk() && !FFDemuxer().open(dir + "/zeros"));
         }
         // A real stream start, then endless garbage: the start reads, then reading stops.
         const QByteArray whole = ScratchFiles::read(TestMedia::path(QStringLiteral("harden-cut.ts")));

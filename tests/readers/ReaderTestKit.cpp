@@ -23,8 +23,7 @@ int frameNumber(const AVFrame *frame)
     const bool wide = desc && desc->comp[0].depth > 8 && desc->comp[0].depth <= 16 && !(desc->flags & AV_PIX_FMT_FLAG_BE);
     if (!desc || desc->comp[0].plane != 0 || (desc->comp[0].depth != 8 && !wide))
         return -1;
-    // The first component (luma, or red) of the middle row, at the centre of
-    // each stripe; deeper samples are little-endian words.
+    // The middle row at the centre of each stripe; deeper samples are little-endian words.
     const int stripe = frame->width / 10;
     const uint8_t *row = frame->data[0] + (frame->height / 2) * frame->linesize[0] + desc->comp[0].offset;
     const int middle = 128 << (desc->comp[0].depth - 8);
@@ -59,19 +58,13 @@ QVector<long long> frameTimesMs(const QString &listName)
 
 int frameShownAt(const QVector<long long> &timesMs, long long t)
 {
-    int shown = 0;
-    for (int i = 0; i < timesMs.size(); ++i) {
-        if (timesMs[i] <= t)
-            shown = i;
-    }
-    return shown;
+    return std::max(0, int(std::upper_bound(timesMs.begin(), timesMs.end(), t) - timesMs.begin()) - 1);
 }
 
 QVector<long long> shifted(const QVector<long long> &timesMs, long long origin)
 {
-    QVector<long long> result;
-    for (long long t : timesMs)
-        result.append(std::max(0LL, t - origin));
+    QVector<long long> result(timesMs);
+    std::for_each(result.begin(), result.end(), [origin](long long &t) { t = std::max(0LL, t - origin); });
     return result;
 }
 

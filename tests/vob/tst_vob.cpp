@@ -77,28 +77,20 @@ int videoStream(const FFDemuxer &demuxer)
     return av_find_best_stream(demuxer.formatCtx().data(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
 }
 
-// Reads to the end (bounded, so that a demuxer that never ends fails instead of
-// hanging) and gives per stream the largest step back and forward of the decode
-// times, in ms; `packets` counts what was read.
+// Reads to the end (bounded, so an endless demuxer fails instead of hanging): per stream the largest step
+// back and forward of the decode times in ms; `packets` counts what was read.
 QMap<int, QPair<qint64, qint64>> timeSteps(FFDemuxer &demuxer, int *packets = nullptr)
 {
     QMap<int, QPair<qint64, qint64>> steps;
     QMap<int, qint64> previous;
     int count = 0;
-    while (count < 100000) {
-        const AVPacketPtr packet = demuxer.readPacket();
-        if (!packet)
-            break;
-        ++count;
-        if (packet->dts == AV_NOPTS_VALUE)
-            continue;
+    for (AVPacketPtr packet; count < 100000 && (packet = demuxer.readPacket()); ++count) {
         const int s = packet->stream_index;
         const qint64 ms = av_rescale_q(packet->dts, demuxer.formatCtx()->streams[s]->time_base, AVRational {1, 1000});
-        if (previous.contains(s)) {
-            steps[s].first = qMax(steps[s].first, previous[s] - ms);
-            steps[s].second = qMax(steps[s].second, ms - previous[s]);
-        }
-        previous[s] = ms;
+        if (packet->dts != AV_NOPTS_VALUE && previous.contains(s))
+            steps[s] = {qMax(steps[s].first, previous[s] - ms), qMax(steps[s].second, ms - previous[s])};
+        if (packet->dts != AV_NOPTS_VALUE)
+            previous[s] = ms;
     }
     if (packets)
         *packets = count;
@@ -125,15 +117,15 @@ QVector<AVFramePtr> decodeFrames(FFDemuxer &demuxer, FFDecoder &decoder, int str
     return frames;
 }
 
-qint64 frameMs(const AVFramePtr &frame, const AVStream *stream, qint64 originUs)
+// A frame's time in ms after `origin` (a frame of the same stream).
+qint64 frameMs(const AVFramePtr &frame, const AVStream *stream, const AVFramePtr &origin)
 {
-    return (av_rescale_q(frame->best_effort_timestamp, stream->time_base, AV_TIME_BASE_Q) - originUs) / 1000;
+    return av_rescale_q(frame->best_effort_timestamp - origin->best_effort_timestamp, stream->time_base, AVRational {1, 1000});
 }
 
 } // namespace
 
-// The chapter-aware VOB demuxer, its index (also shared by threads), and thumbnails
-// of a joined VOB through the fetch service.
+// The chapter-aware VOB demuxer, its index shared by threads, and thumbnails of a joined VOB.
 class TstVob : public QObject
 {
     Q_OBJECT
@@ -200,13 +192,12 @@ private Q_SLOTS:
         demuxer.seek(0);
         const QVector<AVFramePtr> decoded = decodeFrames(demuxer, decoder, video, frames + 10);
         QCOMPARE(decoded.size(), frames);
-        const qint64 originUs = av_rescale_q(decoded.first()->best_effort_timestamp, stream->time_base, AV_TIME_BASE_Q);
         for (int i = 0; i < decoded.size(); ++i) {
             QCOMPARE(frameShown(decoded[i].data()), i);
             // The decoder gives the last frame of a drain no time of its own.
-            if (decoded[i]->best_effort_timestamp != AV_NOPTS_VALUE)
-                QVERIFY2(qAbs(frameMs(decoded[i], stream, originUs) - i * kFrameMs) <= kFrameMs,
-                         qPrintable(QStringLiteral("frame %1 at %2 ms").arg(i).arg(frameMs(decoded[i], stream, originUs))));
+            const qint64 ms = frameMs(decoded[i], stream, decoded.first());
+            QVERIFY2(decoded[i]->best_effort_timestamp == AV_NOPTS_VALUE || qAbs(ms - i * kFrameMs) <= kFrameMs,
+                     qPrintable(QStringLiteral("frame %1 at %2 ms").arg(i).arg(ms)));
         }
     }
 
@@ -226,23 +217,22 @@ private Q_SLOTS:
         FFDecoder decoder;
         QVERIFY(decoder.open(stream, 1));
         // The file's time origin: the first video frame from the start.
-        const QVector<AVFramePtr> first = decodeFrames(demuxer, decoder, video, 1);
-        QCOMPARE(first.size(), 1);
-        const qint64 originUs = av_rescale_q(first.first()->best_effort_timestamp, stream->time_base, AV_TIME_BASE_Q);
+        const AVFramePtr origin = decodeFrames(demuxer, decoder, video, 1).value(0);
+        QVERIFY(origin);
 
         for (qint64 target : {300, 1900, 2100, 3500, 3700, 5900, 1200}) {
             byStream ? demuxer.seekByStream(target, video) : demuxer.seek(target);
             const QVector<AVFramePtr> frames = decodeFrames(demuxer, decoder, video, 4);
             QVERIFY2(!frames.isEmpty(), qPrintable(QString::number(target)));
-            // At the key frame the target needs: not after it, at most a group of pictures before.
-            const qint64 landedMs = frameMs(frames.first(), stream, originUs);
+            // On the key frame the target needs: not after it, at most a group of pictures before.
+            const qint64 landedMs = frameMs(frames.first(), stream, origin);
             QVERIFY2(landedMs <= target + kFrameMs / 2 && landedMs > target - 13 * kFrameMs,
                      qPrintable(QStringLiteral("seek to %1 landed at %2").arg(target).arg(landedMs)));
             // Every frame shows the picture of the time it carries.
             for (const AVFramePtr &frame : frames) {
                 const int shown = frameShown(frame.data());
                 QVERIFY2(frame->best_effort_timestamp == AV_NOPTS_VALUE
-                             || qAbs(shown * kFrameMs - frameMs(frame, stream, originUs)) <= kFrameMs,
+                             || qAbs(shown * kFrameMs - frameMs(frame, stream, origin)) <= kFrameMs,
                          qPrintable(QStringLiteral("after seek to %1: frame %2").arg(target).arg(shown)));
             }
         }
@@ -315,8 +305,7 @@ private Q_SLOTS:
         QCOMPARE(index->scanCount(), before + 1);
     }
 
-    // Pickers on pool threads open the same file at once: one scan serves them all,
-    // and their demuxers read on while the index evicts entries around them.
+    // Pickers open the same file at once: one scan serves all; they read on while the index evicts around them.
     void demuxersOnManyThreadsShareTheIndex()
     {
         const QString path = writeScratch("shared.VOB", read(chaptersPath()));
@@ -356,8 +345,7 @@ private Q_SLOTS:
         QVERIFY(index->entryCount() <= VobEntryManager::kMaxEntries);
     }
 
-    // End to end: thumbnails of the joined file through the fetch service, whose
-    // pickers read it by chapters while the base library's setting asks for it.
+    // End to end: the fetch service's pickers read by chapters while the base library's setting asks for it.
     void thumbnailsShowTheFrameAtTheirTime()
     {
         VeloranBaseEntry()->properties()->setValue(QStringLiteral("kVob_DeMux_Enabled"), true);
@@ -368,9 +356,7 @@ private Q_SLOTS:
         QCOMPARE(thumbs.size(), times.size());
         for (qint64 time : times) {
             QCOMPARE(thumbs.value(time).width(), 160);
-            // Times count from the first audio sample, 10 ms before the first picture.
-            // Chapter times are good to a frame (as the stream reader's), and the
-            // picture, converted to RGB, tells its number to one more.
+            // Times count from the first audio, 10 ms before the picture; good to a frame, RGB adds one more.
             const int shown = frameShown(thumbs.value(time));
             QVERIFY2(qAbs(shown - (time - 10) / kFrameMs) <= 2,
                      qPrintable(QStringLiteral("at %1 ms: frame %2").arg(time).arg(shown)));
